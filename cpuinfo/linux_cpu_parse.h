@@ -1,0 +1,32 @@
+#pragma once
+
+// Pure readers of the texts Linux gives in /proc and /sys. Each returns false when the text does
+// not hold what was asked for, and never touches errno.
+
+#include <cstdint>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+// The value of the first "key : value" line, as /proc/cpuinfo and /proc/meminfo write them: the
+// key may be followed by tabs or blanks before the colon; the value starts after the blanks that
+// follow the colon and ends before the line feed.
+bool findProcField(std::string_view text, std::string_view key, std::string_view* value);
+
+// A sysfs number file such as "3600000\n" or "-1\n" (decimal) or block_size_bytes' "8000000\n"
+// (hex without prefix). Values beyond int64 are refused.
+bool parseSysfsDecimal(std::string_view text, int64_t* value);
+bool parseSysfsHex(std::string_view text, int64_t* value);
+
+// "cpu MHz" of /proc/cpuinfo, e.g. "2596.148", as whole Hz, exact for up to six decimals.
+bool parseMhzAsHz(std::string_view text, int64_t* hz);
+
+// MemTotal of /proc/meminfo, e.g. "24684084 kB", in bytes.
+bool parseMeminfoBytes(std::string_view text, int64_t* bytes);
+
+// A memory block's "online" file: "1\n" when the block is in use.
+bool isOnlineMemoryBlock(std::string_view onlineText);
+
+// Physical cores among CPUs given as (physical_package_id, core_id): hyperthread siblings share
+// the pair and count once.
+int countDistinctCores(std::vector<std::pair<int64_t, int64_t>> packageAndCore);
