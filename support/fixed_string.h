@@ -20,16 +20,28 @@ inline unsigned char upper(char c) {
     return (u >= 'a' && u <= 'z') ? static_cast<unsigned char>(u - ('a' - 'A')) : u;
 }
 
-inline bool isTrimmed(char c) { return c == '\0' || c == '\t' || c == '\n' || c == '\r' || c == ' '; }
+inline bool isTrimmed(char c) {
+    return c == '\0' || c == '\t' || c == '\n' || c == '\r' || c == ' ';
+}
 
 // Only the low 16 bits of a C string's length count, as the length field itself is 16 bits wide.
-inline int cStringLength(const char* s) { return static_cast<uint16_t>(strlen(s)); }
+inline int cStringLength(const char* s) {
+    return static_cast<uint16_t>(strlen(s));
+}
+
+// atoi without its undefined overflow: strtol's value (saturated at the range of long) reduced to
+// its low 32 bits, which is what atoi gives on the systems we build for.
+inline int toInt(const char* s) {
+    const uint32_t low = static_cast<uint32_t>(strtol(s, nullptr, 10));
+    return low < 0x80000000u ? static_cast<int>(low) : -static_cast<int>(~low) - 1;
+}
 
 }  // namespace fixed_string_detail
 
 template <int N>
 struct FixedString {
-    static_assert(N > 0 && N < 65536, "capacity must fit the 16-bit length");
+    // setLength takes a signed 16-bit length, and the edits below cut through it.
+    static_assert(N > 0 && N <= INT16_MAX, "capacity must fit a signed 16-bit length");
     static constexpr int capacity = N;
 
     uint16_t length;
@@ -48,7 +60,7 @@ struct FixedString {
             return;
         }
         const int n = fit(fixed_string_detail::cStringLength(s), N);
-        memcpy(text, s, n);
+        memmove(text, s, n);  // s may point into this text
         memset(text + n, 0, N + 1 - n);
         length = static_cast<uint16_t>(n);
     }
@@ -86,7 +98,8 @@ struct FixedString {
     // left-aligns, so a table cell is one call either way.
     void appendPadded(const char* s, int width) {
         const int fitted = s == nullptr ? 0 : fit(fixed_string_detail::cStringLength(s), N);
-        int pad = (width < 0 ? -width : width) - fitted;
+        const long long magnitude = width < 0 ? -static_cast<long long>(width) : width;
+        long long pad = magnitude - fitted;
         if (pad < 0) {
             pad = 0;
         }
@@ -94,11 +107,11 @@ struct FixedString {
             pad = N - fitted;
         }
         if (width < 0) {
-            appendBlanks(pad);
+            appendBlanks(static_cast<int>(pad));
         }
         appendBytes(s, fitted);
         if (width > 0) {
-            appendBlanks(pad);
+            appendBlanks(static_cast<int>(pad));
         }
     }
 
@@ -179,19 +192,24 @@ struct FixedString {
         setLength(static_cast<int16_t>(end - begin));
     }
 
+    // Keeps [0, start) and everything from start + count on. A negative start keeps nothing before
+    // the cut but still ends it at start + count: remove(-1, n) drops n - 1 characters (a search
+    // for a blank before a match yields -1 when there is none).
     void remove(int start, int count) {
-        if (start < 0) {
-            start = 0;
-        }
-        if (count <= 0 || start >= length) {
+        const int head = start < 0 ? 0 : start;
+        const long long tail = static_cast<long long>(start) + count;
+        if (head >= length || tail <= head) {
             return;
         }
-        if (count >= length - start) {
-            setLength(static_cast<int16_t>(start));
+        // length <= N always; saying tail >= N as well lets the compiler see the move below stays
+        // inside the buffer, where it otherwise warns about a constant count beyond N.
+        if (tail >= length || tail >= N) {
+            setLength(static_cast<int16_t>(head));
             return;
         }
-        memmove(text + start, text + start + count, length - start - count);
-        setLength(static_cast<int16_t>(length - count));
+        const int from = static_cast<int>(tail);
+        memmove(text + head, text + from, length - from);
+        setLength(static_cast<int16_t>(length - (from - head)));
     }
 
     template <int M>
@@ -238,7 +256,7 @@ struct FixedString {
         if (at < 0) {
             const bool valid = isSignedDigits(copy.text, copy.length);
             setOk(ok, valid);
-            return valid ? static_cast<float>(atoi(copy.text)) : 0.0f;
+            return valid ? static_cast<float>(fixed_string_detail::toInt(copy.text)) : 0.0f;
         }
         copy.text[at] = '\0';
         const char* integerPart = copy.text;
@@ -248,7 +266,7 @@ struct FixedString {
             setOk(ok, false);
             return 0.0f;
         }
-        const float whole = static_cast<float>(atoi(integerPart));
+        const float whole = static_cast<float>(fixed_string_detail::toInt(integerPart));
         if (!isSignedDigits(fractionPart, fractionDigits)) {
             setOk(ok, false);
             return whole;
@@ -261,10 +279,10 @@ struct FixedString {
         for (int i = 0; i < fractionDigits; ++i) {
             scale *= 10.0f;
         }
-        return whole + static_cast<float>(atoi(fractionPart)) / scale;
+        return whole + static_cast<float>(fixed_string_detail::toInt(fractionPart)) / scale;
     }
 
-private:
+  private:
     static int fit(int n, int limit) { return n < limit ? n : limit; }
 
     static void setOk(bool* ok, bool value) {
@@ -357,7 +375,7 @@ private:
         if (start < 0) {
             start = 0;
         }
-        if (needleLength + start > length) {
+        if (start > length - needleLength) {  // not needleLength + start: start may be INT_MAX
             return -1;
         }
         if (needleLength == length) {
