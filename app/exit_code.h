@@ -1,0 +1,22 @@
+#pragma once
+
+// Turning the measured PS into the process exit code, so that a calling script can read the score
+// without parsing text.
+
+#include <cstdint>
+
+// The PS handed back: a single run's own, or for several runs their mean, summed in run order in
+// single precision (the first plus 0.0f, then the others) and divided by the run count.
+float exitCodePs(const float* ps, int runs);
+
+// The divider word as atoi reads it (0 for an empty or non-numeric word), without atoi's undefined
+// behaviour on out-of-range text.
+int32_t dividerFrom(const char* word);
+
+// PS / divider in single precision, truncated toward zero. A quotient that is not finite or does
+// not fit in 32 bits (any zero divider) gives -2147483648, which the shell sees as status 0.
+int32_t exitValue(float ps, int32_t divider);
+
+// Values of 256 and more are capped at 255; negative values pass unchanged and the OS keeps their
+// low 8 bits.
+int exitCodeFor(int32_t value);
