@@ -1,0 +1,71 @@
+#!/usr/bin/env bash
+# Reads the disassembly of the bench library and checks that each kernel loop executes the
+# instructions it is meant to measure: the optimiser folds (c * 20000) / c and the root-then-square
+# of 113 into constants unless the code prevents it, and a library call instead of the square-root
+# instruction would measure something else. x86-64 ELF only; exits 77 (skipped) elsewhere.
+set -euo pipefail
+
+if [ "$(uname -s)" != Linux ] || [ "$(uname -m)" != x86_64 ]; then
+  echo "skipped: the checks read x86-64 ELF code"
+  exit 77
+fi
+listing=$(objdump -dr --no-show-raw-insn -C "$1")
+
+# For every loop (a backward jump and its target) of the function, which takes no arguments,
+# prints how many of the loop's lines match each of the ';'-separated patterns.
+loop_counts() {
+  awk -v name="<$1()>:" -v patterns="$2" '
+    function hex(s,   i, v) {
+      for (i = 1; i <= length(s); i++) v = v * 16 + index("0123456789abcdef", substr(s, i, 1)) - 1
+      return v
+    }
+    /^[0-9a-f]+ </ { inside = index($0, name) > 0; next }
+    inside && $1 ~ /^[0-9a-f]+:$/ {
+      address[++n] = hex(substr($1, 1, length($1) - 1))
+      line[n] = $0
+      if ($2 ~ /^j/ && $3 ~ /^[0-9a-f]+$/ && hex($3) < address[n]) {
+        from[++loops] = hex($3)
+        to[loops] = address[n]
+      }
+    }
+    END {
+      count = split(patterns, pattern, ";")
+      for (l = 1; l <= loops; l++) {
+        out = ""
+        for (p = 1; p <= count; p++) {
+          matches = 0
+          for (i = 1; i <= n; i++) {
+            if (address[i] >= from[l] && address[i] <= to[l] && line[i] ~ pattern[p]) matches++
+          }
+          out = out (p > 1 ? " " : "") matches
+        }
+        print out
+      }
+    }' <<<"$listing"
+}
+
+failures=0
+# expect FUNCTION PATTERNS COUNTS: some loop of FUNCTION matches the patterns exactly COUNTS times.
+expect() {
+  if loop_counts "$1" "$2" | grep -qx "$3"; then
+    echo "ok: $1"
+  else
+    echo "FAIL: $1 has no loop with counts '$3' of '$2'; its loops:"
+    loop_counts "$1" "$2" | sed 's/^/  /'
+    failures=$((failures + 1))
+  fi
+}
+call=$'\tcall '
+reloc() { echo "R_X86_64_[A-Z0-9_]+[ \t]+$1[-+]"; }
+
+# Three signed divisions per step, at the integer width, and no calls.
+expect integerLoop64 "idiv;idiv +%r([a-z][a-z]|[0-9]+)\$|idivq;$call" "3 3 0"
+expect integerLoop32 "idiv;idiv +%(e[a-z][a-z]|r[0-9]+d)\$|idivl;$call" "3 3 0"
+# One root and one multiplication per step, eight steps per turn.
+expect sqrtLoopSingle "sqrtss;mulss;$call" "8 8 0"
+expect sqrtLoopDouble "sqrtsd;mulsd;$call" "8 8 0"
+expect sqrtFill "sqrtps;divps;$call" "1 1 0"
+# Per step: two sine-cosine pairs, four cosines and two arc tangents of the loop's precision.
+expect trigLoopSingle "$(reloc sincosf);$(reloc cosf);$(reloc atanf)" "2 4 2"
+expect trigLoopDouble "$(reloc sincos);$(reloc cos);$(reloc atan)" "2 4 2"
+[ "$failures" -eq 0 ]
