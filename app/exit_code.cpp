@@ -1,7 +1,8 @@
 #include "exit_code.h"
 
-#include <cmath>
 #include <cstdlib>
+
+#include "truncate.h"
 
 float exitCodePs(const float* ps, int runs) {
     if (runs <= 1) {
@@ -24,13 +25,9 @@ int32_t dividerFrom(const char* word) {
 
 int32_t exitValue(float ps, int32_t divider) {
     const float quotient = ps / static_cast<float>(divider);
-    // Converting an out-of-range float to int is undefined in C++; x86 yields INT32_MIN for it,
-    // and callers rely on that value, so it is produced explicitly. 2^31 is exact in float, and
-    // no float lies between -2^31 - 1 and -2^31.
-    if (!std::isfinite(quotient) || quotient >= 2147483648.0f || quotient < -2147483648.0f) {
-        return INT32_MIN;
-    }
-    return static_cast<int32_t>(quotient);
+    // A zero divider gives infinity (or NaN for a zero PS), which reads as -2147483648: the
+    // status a shell then sees is 0.
+    return truncateToInt32(quotient);
 }
 
 int exitCodeFor(int32_t value) {

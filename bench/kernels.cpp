@@ -7,6 +7,7 @@
 
 #include "sine_cosine.h"
 #include "square_root.h"
+#include "truncate.h"
 
 // Every sub-test is kept out of line so that each appears under its own name in a profile and in
 // the disassembly that tests/bench/check_kernel_code.sh inspects.
@@ -43,15 +44,6 @@ void hideValue(T& v) {
 // Tells the optimiser that the memory behind p may be read, so that stores into it are kept.
 void keepStores(const void* p) {
     __asm__ volatile("" : : "r"(p) : "memory");
-}
-
-// What the x86 truncating conversion yields for every input, without the undefined behaviour of a
-// C++ cast of a value that is not finite or does not fit: those read as the lowest integer.
-int32_t truncateToInt32(double v) {
-    if (v > -2147483649.0 && v < 2147483648.0) {
-        return static_cast<int32_t>(v);
-    }
-    return INT32_MIN;
 }
 
 // The library functions of each precision: cosf and atanf keep the single-precision loop in

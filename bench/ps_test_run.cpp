@@ -209,8 +209,12 @@ float PsTestRun::collectResults(bool verbose) {
 float runAllCoresTest(QString& resultText, bool& verbose, FixedString<10>* cpuName,
                       float* totalClock) {
     PsTestRun run;
-    readCpuInfo(run.cpuInfo);
-    int32_t threadCount = run.cpuInfo.logicalCpus;
+    // The counts are read into a record of their own: the run's record stays unread until the
+    // cores are loaded halfway through, so the clocks it reports are those under load and its
+    // error log holds each failure once.
+    CpuInfo counts;
+    readCpuInfo(counts);
+    int32_t threadCount = counts.logicalCpus;
     const float ps = run.runPsTest(threadCount, verbose);
     return finishEntry(run, ps, resultText, verbose, cpuName, totalClock);
 }
@@ -221,9 +225,10 @@ float runSingleCoreTest(QString& resultText, bool& verbose, bool& speed, bool& s
     int32_t logicalCpus = threadHint;
     bool hyperthreading = true;
     if (threadHint <= 0) {
-        readCpuInfo(run.cpuInfo);
-        logicalCpus = run.cpuInfo.logicalCpus;
-        hyperthreading = run.cpuInfo.hyperthreading;
+        CpuInfo counts;
+        readCpuInfo(counts);
+        logicalCpus = counts.logicalCpus;
+        hyperthreading = counts.hyperthreading;
     }
     run.speed = speed;
     float ps = 0.0f;

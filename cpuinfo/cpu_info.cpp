@@ -6,26 +6,11 @@
 
 #include "os_query.h"
 #include "system_error.h"
+#include "truncate.h"
 
 namespace {
 
 constexpr int kBrandBufferSize = 250;
-
-// The conversions below produce what an x86-64 truncating conversion yields, also where C++ leaves
-// it undefined: a value that is not finite or does not fit becomes the lowest integer.
-int32_t truncateToInt32(float v) {
-    if (v >= -2147483648.0f && v < 2147483648.0f) {
-        return static_cast<int32_t>(v);
-    }
-    return INT32_MIN;
-}
-
-int64_t truncateToInt64(double v) {
-    if (v >= -9223372036854775808.0 && v < 9223372036854775808.0) {
-        return static_cast<int64_t>(v);
-    }
-    return INT64_MIN;
-}
 
 // std::round rounds halves away from zero.
 int64_t roundToInt64(double v) {

@@ -9,18 +9,6 @@
 #include "test_output.h"
 #include "time_helpers.h"
 
-#if defined(__SANITIZE_THREAD__)
-// Qt and GLib are not built with ThreadSanitizer and order their own threads with futexes it
-// cannot see, so two of their internals are reported although they are ordered: QThread's wait
-// condition, destroyed with the worker after wait() has taken the thread's mutex, and the GLib
-// main context every QThread sets up at its start and frees at its end. No code of corebench runs
-// inside these, so the entries cannot hide a race of its own.
-extern "C" const char* __tsan_default_suppressions() {
-    return "race:QWaitCondition::~QWaitCondition\n"
-           "race:libglib-2.0.so\n";
-}
-#endif
-
 namespace {
 
 TEST(WorkerThread, RunsItsPassesOnItsOwnThreadAndScores) {
