@@ -98,6 +98,76 @@ TEST(CpuReport, ElevenCoresAddAGroupOfOne) {
     EXPECT_EQ(build(recordedXeon(11), false, false, true), expected);
 }
 
+// The feature and RAM sections, with flags set where a swapped row or a wrong source would show.
+TEST(CpuReport, FeatureAndRamSectionsPrecedeTheCpuBlock) {
+    CpuInfo info = recordedXeon(10);
+    info.vendorString.assign("AuthenticAMD");
+    info.vendorAmd = info.vendorIntel = true;  // AMD is tested first
+    info.osAvx = info.hwAvx = true;
+    info.hwAvx512F = info.hwAvx512Cd = true;  // no OS support: cannot use AVX512
+    info.hwMpx = info.hwSse4a = true;
+    info.ramGb = 64;
+    info.ramType.assign("DDR4");
+    info.ramMhz = 2666;
+    const std::string sections =
+        "CPU Vendor String: AuthenticAMD\n"
+        "CPU Vendor: AMD\n"
+        "\n"
+        "OS Features:\n"
+        "OS AVX         : Yes\n"
+        "OS AVX512      : No\n"
+        "\n"
+        "Hardware Features:\n"
+        "MMX            : No\n"
+        "x64            : No\n"
+        "ABM            : No\n"
+        "RDRAND         : No\n"
+        "BMI1           : No\n"
+        "BMI2           : No\n"
+        "ADX            : No\n"
+        "MPX            : Yes\n"
+        "PREFETCHWT1    : No\n"
+        "\n"
+        "SIMD: 128-bit\n"
+        "SSE            : No\n"
+        "SSE2           : No\n"
+        "SSE3           : No\n"
+        "SSSE3          : No\n"
+        "SSE4a          : Yes\n"
+        "SSE4.1         : No\n"
+        "SSE4.2         : No\n"
+        "AES-NI         : No\n"
+        "SHA            : No\n"
+        "\n"
+        "SIMD: 256-bit\n"
+        "AVX            : Yes\n"
+        "XOP            : No\n"
+        "FMA3           : No\n"
+        "FMA4           : No\n"
+        "AVX2           : No\n"
+        "\n"
+        "SIMD: 512-bit\n"
+        "AVX512-F       : Yes\n"
+        "AVX512-CD      : Yes\n"
+        "AVX512-PF      : No\n"
+        "AVX512-ER      : No\n"
+        "AVX512-VL      : No\n"
+        "AVX512-BW      : No\n"
+        "AVX512-DQ      : No\n"
+        "AVX512-IFMA    : No\n"
+        "AVX512-VBMI    : No\n"
+        "\n"
+        "AVX Summary:\n"
+        "Can use AVX    : Yes\n"
+        "Can use AVX512 : No\n"
+        "\n"
+        "RAM  GB:   64\n"
+        "RAM  Type: DDR4\n"
+        "RAM  Mhz:  2666\n"
+        "\n";
+    EXPECT_EQ(build(info, true, true, true), sections + kTenCores);
+}
+
 // Every section on and a 400-core table: more than the report holds.
 TEST(CpuReport, CutSilentlyAtCapacity) {
     const std::string report = build(recordedXeon(400), true, true, true);
