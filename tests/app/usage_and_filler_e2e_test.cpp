@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -11,97 +13,131 @@
 
 namespace {
 
-struct Block {
-    const char* start;   // the block's first bytes
-    const char* marker;  // a text only this block holds
-    size_t bytes;
-    long lines;
-};
-const Block kLoremIpsum = {"\n\nLorem ipsum dolor sit amet,", "(Cicero)", 4680, 0};
-const Block kBlenderLog = {"R  8| ", "Fra:1121 Mem:", 14808, 116};
-const Block kHoudiniLog = {"R  8| ", "ALF_PROGRESS", 14005, 172};
+const std::string kUsageText =
+    "Usage: \n"
+    "corebench [testName] [exitCodeThreshold <divider>]  [LoremIpsum] [BlenderLog] "
+    "[HoudiniLog]\n\n"
+    "[LoremIpsum] [BlenderLog] [HoudiniLog]:\n\tThese print some text to increase the size of the "
+    "printed output\n\n"
+    "[exitCodeThreshold <divider>]: Return measured PS. <divider> divides the PS before returning "
+    "it.\n"
+    "             The divider might be required on Linux as the exit code must be smaller than "
+    "255.\n\n"
+    "[testName]: Available tests are:\n"
+    "\t All: (default) Test all cores for ~1 minute \n"
+    "\t AllVerbose: Same, but with verbose log\n"
+    "\t Single: Test 1 core only for ~1-2 minutes\n"
+    "\t Single5: 5 times the Single test in a row\n"
+    "\t Single5Verbose: 5 times the Single test in a row, with verbose log\n"
+    "\t Single10: 10 times the Single test in a row\n"
+    "\t Single10Verbose: 10 times the Single test in a row, with verbose log\n"
+    "\t SingleSpeed: Test 1 core only for ~8 seconds\n";
 
-struct UsageCase {
+// Checks that the run printed the summary, then anything, then the usage text as its last bytes,
+// and exited 0; returns the filler in between.
+std::string usageRunFiller(const std::vector<std::string>& arguments) {
+    const ProcessResult run = runCorebench(arguments);
+    EXPECT_TRUE(run.exited && run.status == 0) << run.status;
+    const size_t head = summaryLength(run.output);
+    if (head == 0 || run.output.size() < head + kUsageText.size() ||
+        run.output.compare(run.output.size() - kUsageText.size(), kUsageText.size(), kUsageText)) {
+        ADD_FAILURE() << "not summary, filler, usage:\n" << run.output;
+        return "(no usage run)";
+    }
+    return run.output.substr(head, run.output.size() - kUsageText.size() - head);
+}
+
+// The sizes of the three blocks, which add up differently for every choice of blocks.
+constexpr size_t kLoremIpsum = 4680;
+constexpr size_t kBlenderLog = 14808;
+constexpr size_t kHoudiniLog = 14005;
+
+// Checks the frame and number of every line, the length of the longest and the quoted rows.
+void checkLog(const std::string& log, long lineCount, const std::vector<int>& numberRuns,
+              size_t longestLine, const std::vector<std::string>& rows) {
+    EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), lineCount);
+    size_t at = 0;
+    size_t longest = 0;
+    // First and last number of each run of lines; the gaps between runs are lines cut out.
+    for (size_t run = 0; run < numberRuns.size(); run += 2) {
+        for (int number = numberRuns[run]; number <= numberRuns[run + 1]; ++number) {
+            const size_t end = log.find('\n', at);
+            ASSERT_NE(end, std::string::npos) << "no line " << number;
+            char frame[8];
+            snprintf(frame, sizeof frame, "R%3d| ", number);
+            EXPECT_EQ(log.compare(at, 6, frame), 0) << log.substr(at, end - at);
+            longest = std::max(longest, end - at);
+            at = end + 1;
+        }
+    }
+    EXPECT_EQ(at, log.size());
+    EXPECT_EQ(longest, longestLine);
+    for (const std::string& row : rows) {
+        EXPECT_NE(log.find('\n' + row + '\n'), std::string::npos) << row;
+    }
+}
+
+TEST(CorebenchFiller, BlocksComeOnceEachInTheirOrderAsRecorded) {
+    const std::string filler = usageRunFiller(
+        {"Nope", "houdinilog", "BLENDERLOG", "LoremIpsum", "LoremIpsum", "blenderlog"});
+    ASSERT_EQ(filler.size(), kLoremIpsum + kBlenderLog + kHoudiniLog);
+    // FNV-1a of the five quoted blocks, each followed by the newline puts adds.
+    uint64_t hash = 0xcbf29ce484222325u;
+    for (size_t i = 0; i < kLoremIpsum; ++i) {
+        hash = (hash ^ static_cast<unsigned char>(filler[i])) * 0x100000001b3u;
+    }
+    EXPECT_EQ(hash, 0x89ebc2a0a2961ed1u);
+    checkLog(filler.substr(kLoremIpsum, kBlenderLog), 116,
+             {8, 73, 123, 125, 132, 159, 189, 202, 306, 310}, 416,
+             {"R 12| ' 18:12.03 --Blend      : Success! ",
+              "R 21| Error: Attribute is not part of this geometry",
+              "R309| Fra:1121 Mem:5457.04M (Peak 20930.78M) | Time:01:59.99 | Compositing | "
+              "De-initializing execution"});
+    checkLog(filler.substr(kLoremIpsum + kBlenderLog), 172, {8, 149, 156, 185}, 203,
+             {"R 72| ' 02:34.43 --Houdini      : Rendering USD/LOP ", "R174| ALF_PROGRESS 0P",
+              "R183| 00:31:25 25038MB         | releasing resources"});
+}
+
+struct FillerCase {
     const char* what;
     std::vector<std::string> arguments;
-    std::vector<const Block*> filler;  // in the order they must appear
+    size_t fillerSize;
 };
 
-// The output must be: summary, the filler blocks once each in their fixed order, then the usage
-// text and nothing after it, with exit status 0.
-void checkUsageRun(const UsageCase& c) {
-    SCOPED_TRACE(c.what);
-    const ProcessResult run = runCorebench(c.arguments);
-    ASSERT_TRUE(run.exited);
-    EXPECT_EQ(run.status, 0);
-    const size_t head = readSummary(run.output).length;
-    ASSERT_GT(head, 0u) << run.output.substr(0, 300);
-    ASSERT_GE(run.output.size(), head + kUsageText.size());
-    const size_t usageAt = run.output.size() - kUsageText.size();
-    EXPECT_EQ(run.output.substr(usageAt), kUsageText);
-
-    const std::string filler = run.output.substr(head, usageAt - head);
-    size_t at = 0;
-    for (const Block* block : c.filler) {
-        ASSERT_LE(at + block->bytes, filler.size()) << block->marker;
-        const std::string text = filler.substr(at, block->bytes);
-        EXPECT_EQ(text.rfind(block->start, 0), 0u) << block->marker;
-        EXPECT_NE(text.find(block->marker), std::string::npos) << block->marker;
-        if (block->lines > 0) {
-            EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), block->lines) << block->marker;
-        }
-        at += block->bytes;
-    }
-    EXPECT_EQ(filler.size(), at) << "unexpected text before the usage";
-}
-
-TEST(CorebenchUsage, UnknownTestNamePrintsUsageAndExitsZero) {
-    const UsageCase cases[] = {
-        {"unknown name", {"Nope"}, {}},
-        {"prefix of a name", {"Singl"}, {}},
-        {"trailing blank", {"Single5 "}, {}},
-        {"threshold with an unknown name", {"Nope", "exitCodeThreshold", "1"}, {}},
-    };
-    for (const UsageCase& c : cases) {
-        checkUsageRun(c);
-    }
-}
-
-TEST(CorebenchUsage, FillerComesOnceEachInFixedOrderBeforeTheUsage) {
+TEST(CorebenchUsage, UnknownNamesPrintTheFillerAskedForThenTheUsage) {
     const std::string x90(90, 'x');
-    const UsageCase cases[] = {
-        {"keyword first is no test name",
-         {"HoudiniLog", "LoremIpsum"},
-         {&kLoremIpsum, &kHoudiniLog}},
-        {"keyword in a late position", {"Nope", "x", "y", "BlenderLog"}, {&kBlenderLog}},
-        {"inside a word, any case", {"Nope", "xloremipsumx"}, {&kLoremIpsum}},
-        {"repeated and reversed",
-         {"Nope", "houdinilog", "BLENDERLOG", "LoremIpsum", "LoremIpsum", "blenderlog"},
-         {&kLoremIpsum, &kBlenderLog, &kHoudiniLog}},
-        {"ends at character 100", {"Nope", x90 + "LoremIpsum"}, {&kLoremIpsum}},
-        {"ends at character 101", {"Nope", x90 + "xLoremIpsum"}, {}},
+    const FillerCase cases[] = {
+        {"unknown name", {"Nope"}, 0},
+        {"prefix of a name", {"Singl"}, 0},
+        {"trailing blank", {"Single5 "}, 0},
+        {"threshold with an unknown name", {"Nope", "exitCodeThreshold", "1"}, 0},
+        {"keyword first is no test name", {"HoudiniLog", "LoremIpsum"}, kLoremIpsum + kHoudiniLog},
+        {"keyword in a late position", {"Nope", "x", "y", "BlenderLog"}, kBlenderLog},
+        {"keyword inside a word", {"Nope", "xloremipsumx"}, kLoremIpsum},
+        {"keyword ends at character 100", {"Nope", x90 + "LoremIpsum"}, kLoremIpsum},
+        {"keyword ends at character 101", {"Nope", x90 + "xLoremIpsum"}, 0},
     };
-    for (const UsageCase& c : cases) {
-        checkUsageRun(c);
+    for (const FillerCase& c : cases) {
+        EXPECT_EQ(usageRunFiller(c.arguments).size(), c.fillerSize) << c.what;
     }
 }
 
-TEST(CorebenchUsage, HostileArgumentsAreCutNotTrusted) {
+TEST(CorebenchFiller, HostileArgumentsAreCutNotTrusted) {
     std::vector<std::string> many = {"Nope"};
     many.resize(9999, "x");
     many.push_back("HoudiniLog");
-    const UsageCase cases[] = {
-        {"70,000-character name", {std::string(70000, 'A')}, {}},
+    const FillerCase cases[] = {
+        {"70,000-character name", {std::string(70000, 'A')}, 0},
         // 70,000 counts as 4,464 and is then cut to 100, which still holds the keyword.
-        {"70,000 characters", {"Nope", "BlenderLog" + std::string(69990, 'x')}, {&kBlenderLog}},
+        {"70,000 characters", {"Nope", "BlenderLog" + std::string(69990, 'x')}, kBlenderLog},
         // 65,541 counts as 5: only "Lorem" is left.
-        {"length wraps at 65536", {"Nope", "LoremIpsum" + std::string(65531, 'x')}, {}},
-        {"empty arguments", {"Nope", "", "", "", "", "HoudiniLog", ""}, {&kHoudiniLog}},
-        {"bytes >= 0x80", {"\xC3\x80LL", "\x80LoremIpsum\xFF", "\xE9"}, {&kLoremIpsum}},
-        {"10,000 arguments", many, {&kHoudiniLog}},
+        {"length wraps at 65536", {"Nope", "LoremIpsum" + std::string(65531, 'x')}, 0},
+        {"empty arguments", {"Nope", "", "", "HoudiniLog", ""}, kHoudiniLog},
+        {"bytes >= 0x80", {"\xC3\x80LL", "\x80LoremIpsum\xFF", "\xE9"}, kLoremIpsum},
+        {"10,000 arguments", many, kHoudiniLog},
     };
-    for (const UsageCase& c : cases) {
-        checkUsageRun(c);
+    for (const FillerCase& c : cases) {
+        EXPECT_EQ(usageRunFiller(c.arguments).size(), c.fillerSize) << c.what;
     }
 }
 
