@@ -83,6 +83,17 @@ void removeCoreCount(FixedString<250>& name, const char* suffix, int suffixLengt
     }
 }
 
+// Drops everything up to the end of the Xeon prefix and the tier words, which do not identify
+// the model.
+void removeXeonPrefix(FixedString<250>& name, const char* prefix) {
+    const int p = name.find(prefix);
+    if (p >= 0) {
+        name.remove(0, p + static_cast<int>(strlen(prefix)));
+        name.removeAll("Gold ");
+        name.removeAll("Platinum ");
+    }
+}
+
 // Each rule sees the result of the ones before it, so the order matters.
 void buildShortName(CpuInfo& info) {
     FixedString<250>& name = info.shortName;
@@ -103,18 +114,8 @@ void buildShortName(CpuInfo& info) {
     if (p >= 0) {
         name.remove(0, p + 17);
     }
-    p = name.find("Intel(R) Xeon(R)");
-    if (p >= 0) {
-        name.remove(0, p + 16);
-        name.removeAll("Gold ");
-        name.removeAll("Platinum ");
-    }
-    p = name.find("Intel Xeon ");
-    if (p >= 0) {
-        name.remove(0, p + 11);
-        name.removeAll("Gold ");
-        name.removeAll("Platinum ");
-    }
+    removeXeonPrefix(name, "Intel(R) Xeon(R)");
+    removeXeonPrefix(name, "Intel Xeon ");
     p = name.find("Intel(R)");
     if (p >= 0) {
         name.remove(0, p + 8);
