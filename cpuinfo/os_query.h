@@ -8,7 +8,7 @@
 #include <cstdint>
 
 class OsQuery {
-public:
+  public:
     virtual ~OsQuery() = default;
     // The processor's brand text, NUL-terminated within size bytes.
     virtual int brandString(char* buffer, size_t size) const = 0;

@@ -11,7 +11,7 @@
 
 // Started on construction; start() restarts it.
 class Stopwatch {
-public:
+  public:
     Stopwatch() { start(); }
     void start();
     // 0 to 2147483647 ms since the start, computed in 32 bits and masked to 31, so a backward
@@ -20,7 +20,7 @@ public:
     // As elapsedMs, and restarts from the same reading, so successive laps are consecutive.
     int32_t lapMs();
 
-private:
+  private:
     int64_t startMs_;
 };
 
