@@ -1,7 +1,6 @@
 #include "exit_code.h"
 
-#include <cstdlib>
-
+#include "leading_int.h"
 #include "truncate.h"
 
 float exitCodePs(const float* ps, int runs) {
@@ -18,9 +17,7 @@ float exitCodePs(const float* ps, int runs) {
 }
 
 int32_t dividerFrom(const char* word) {
-    // strtol saturates at the range of long and the conversion keeps the low 32 bits, which is
-    // what atoi itself does on glibc and macOS.
-    return static_cast<int32_t>(strtol(word, nullptr, 10));
+    return leadingInt(word);
 }
 
 int32_t exitValue(float ps, int32_t divider) {

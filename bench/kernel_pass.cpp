@@ -6,8 +6,10 @@
 
 namespace {
 
-// The lap is read after the sub-test has run and before the line is formatted.
-void printLine(bool print, Stopwatch& lap, const char* format, int32_t checksum) {
+// The lap is read after the sub-test has run and before the line is formatted. Checksum is an
+// int32_t, or a double for the one "%5.4f" line.
+template <typename Checksum>
+void printLine(bool print, Stopwatch& lap, const char* format, Checksum checksum) {
     if (print) {
         const int32_t ms = lap.lapMs();
         printf(format, ms, checksum);
@@ -76,14 +78,9 @@ void kernelPass(const PassContext& worker, const int32_t& passNumber, const int3
             case SubTest::primes:
                 printLine(print, lap, "      t0:P %d  (%d)\n", primeCount());
                 break;
-            case SubTest::sqrtFill: {
-                const float sum = sqrtFill();
-                if (print) {
-                    const int32_t ms = lap.lapMs();
-                    printf("      t0:S %d  (%5.4f)\n", ms, static_cast<double>(sum));
-                }
+            case SubTest::sqrtFill:
+                printLine(print, lap, "      t0:S %d  (%5.4f)\n", static_cast<double>(sqrtFill()));
                 break;
-            }
         }
     }
 }

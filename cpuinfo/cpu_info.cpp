@@ -1,9 +1,9 @@
 #include "cpu_info.h"
 
 #include <cmath>
-#include <cstdlib>
 #include <cstring>
 
+#include "leading_int.h"
 #include "os_query.h"
 #include "system_error.h"
 #include "truncate.h"
@@ -15,13 +15,6 @@ constexpr int kBrandBufferSize = 250;
 // std::round rounds halves away from zero.
 int64_t roundToInt64(double v) {
     return truncateToInt64(std::round(v));
-}
-
-// atoi without the undefined behaviour on overflow: the value wraps to 32 bits as glibc's and
-// macOS's atoi do in practice.
-int32_t leadingInt(const char* text) {
-    const long long value = strtoll(text, nullptr, 10);
-    return static_cast<int32_t>(static_cast<uint32_t>(static_cast<unsigned long long>(value)));
 }
 
 // A share of a hyperthread sibling: it adds 65 % of a core's clock, not 100 %.

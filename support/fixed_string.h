@@ -6,9 +6,10 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <type_traits>
+
+#include "leading_int.h"
 
 namespace fixed_string_detail {
 
@@ -27,13 +28,6 @@ inline bool isTrimmed(char c) {
 // Only the low 16 bits of a C string's length count, as the length field itself is 16 bits wide.
 inline int cStringLength(const char* s) {
     return static_cast<uint16_t>(strlen(s));
-}
-
-// atoi without its undefined overflow: strtol's value (saturated at the range of long) reduced to
-// its low 32 bits, which is what atoi gives on the systems we build for.
-inline int toInt(const char* s) {
-    const uint32_t low = static_cast<uint32_t>(strtol(s, nullptr, 10));
-    return low < 0x80000000u ? static_cast<int>(low) : -static_cast<int>(~low) - 1;
 }
 
 }  // namespace fixed_string_detail
@@ -256,7 +250,7 @@ struct FixedString {
         if (at < 0) {
             const bool valid = isSignedDigits(copy.text, copy.length);
             setOk(ok, valid);
-            return valid ? static_cast<float>(fixed_string_detail::toInt(copy.text)) : 0.0f;
+            return valid ? static_cast<float>(leadingInt(copy.text)) : 0.0f;
         }
         copy.text[at] = '\0';
         const char* integerPart = copy.text;
@@ -266,7 +260,7 @@ struct FixedString {
             setOk(ok, false);
             return 0.0f;
         }
-        const float whole = static_cast<float>(fixed_string_detail::toInt(integerPart));
+        const float whole = static_cast<float>(leadingInt(integerPart));
         if (!isSignedDigits(fractionPart, fractionDigits)) {
             setOk(ok, false);
             return whole;
@@ -279,7 +273,7 @@ struct FixedString {
         for (int i = 0; i < fractionDigits; ++i) {
             scale *= 10.0f;
         }
-        return whole + static_cast<float>(fixed_string_detail::toInt(fractionPart)) / scale;
+        return whole + static_cast<float>(leadingInt(fractionPart)) / scale;
     }
 
   private:
