@@ -4,6 +4,11 @@
 
 #include "os_query.h"
 
+namespace {
+
+// Whole GiB, the remainder dropped.
+}  // namespace
+
 int32_t threadCountFrom(int32_t logicalCpus) {
     return logicalCpus > 0 ? logicalCpus : 1;
 }

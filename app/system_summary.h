@@ -9,9 +9,6 @@ class OsQuery;
 // The logical CPU count, or 1 when the system gave none.
 int32_t threadCountFrom(int32_t logicalCpus);
 
-// Whole GiB, the remainder dropped.
-int32_t wholeGib(int64_t bytes);
-
 // Prints "SpecificOperSys", "NumberOfThreads", "RAM installed" (only when the memory size is
 // known) and "OperatingSystem: MAC".
 void printSystemSummary(const char* operatingSystem, int32_t threadCount, const OsQuery& os);

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <type_traits>
 
 #include "leading_int.h"
 #include "os_query.h"
@@ -148,25 +149,37 @@ void buildShortName(CpuInfo& info) {
     name.insert(0, "Apple");
 }
 
-// Guesses the clock all cores reach together: halfway from the base clock to the lower of the
-// maximum and 2.3 times the base, or a fixed boost when no maximum is known.
-float estimatedCoreMhz(const CpuInfo& info) {
-    float f;
-    if (info.mhzInLabel >= 1) {
-        f = static_cast<float>(info.mhzInLabel);
-    } else if (info.mhzMax > 0) {
-        f = static_cast<float>(info.mhzMax);
-    } else {
-        f = static_cast<float>(info.mhzCurrent > 0 ? info.mhzCurrent : 0);
-    }
+// Guesses the clock all cores reach together from a base clock: halfway from the base to the lower
+// of the maximum and 2.3 times the base, or a fixed boost when no maximum is known. The summed
+// estimate works on a float clock and the per-core sum on whole MHz; each keeps its own precision,
+// and a fixed boost of whole MHz drops its fraction.
+template <typename Mhz>
+Mhz boostedMhz(const CpuInfo& info, Mhz base) {
     if (info.mhzMax > 0) {
-        const int64_t t = roundToInt64(static_cast<double>(f) * 2.3);
+        const int64_t t = roundToInt64(static_cast<double>(base) * 2.3);
         const int64_t m = info.mhzMax < t ? info.mhzMax : t;
-        f = f + static_cast<float>(roundToInt64((static_cast<double>(m) - f) * 0.5));
-    } else {
-        f = f * (info.vendorAmd ? 1.1f : 1.4f);
+        return base + static_cast<Mhz>(
+                          roundToInt64((static_cast<double>(m) - static_cast<double>(base)) * 0.5));
     }
-    return f;
+    const float boosted = static_cast<float>(base) * (info.vendorAmd ? 1.1f : 1.4f);
+    if constexpr (std::is_integral_v<Mhz>) {
+        return truncateToInt64(boosted);
+    } else {
+        return boosted;
+    }
+}
+
+// The base clock is the one in the label, else the maximum, else the current one.
+float estimatedCoreMhz(const CpuInfo& info) {
+    float base;
+    if (info.mhzInLabel >= 1) {
+        base = static_cast<float>(info.mhzInLabel);
+    } else if (info.mhzMax > 0) {
+        base = static_cast<float>(info.mhzMax);
+    } else {
+        base = static_cast<float>(info.mhzCurrent > 0 ? info.mhzCurrent : 0);
+    }
+    return boostedMhz(info, base);
 }
 
 // Hyperthreads count 30 % of a core.
@@ -180,15 +193,6 @@ int64_t summedMhz(const CpuInfo& info) {
     const int32_t sum =
         truncateToInt32(threads * f * 0.3f + static_cast<float>(info.physicalCpus) * f);
     return sum < 1 ? 1 : sum;
-}
-
-int64_t perCoreEstimate(const CpuInfo& info, int64_t c) {
-    if (info.mhzMax <= 0) {
-        return truncateToInt64(static_cast<float>(c) * (info.vendorAmd ? 1.1f : 1.4f));
-    }
-    const int64_t t = roundToInt64(static_cast<double>(c) * 2.3);
-    const int64_t m = t < info.mhzMax ? t : info.mhzMax;
-    return c + roundToInt64((static_cast<double>(m) - static_cast<double>(c)) * 0.5);
 }
 
 }  // namespace
@@ -257,7 +261,7 @@ void gatherCpuInfo(CpuInfo& info, const OsQuery& os) {
     int64_t perCore = 0;
     for (int i = 0; i < cores; ++i) {
         const int64_t current = info.coreMhzCur[i];
-        const int64_t estimate = perCoreEstimate(info, info.coreMhzInfo[i]);
+        const int64_t estimate = boostedMhz(info, info.coreMhzInfo[i]);
         measured += info.coreHt[i] ? hyperthreadShare(current) : current;
         perCore += info.coreHt[i] ? hyperthreadShare(estimate) : estimate;
     }

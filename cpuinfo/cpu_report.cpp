@@ -2,16 +2,11 @@
 
 #include <cstdio>
 
+#include "wrap_int32.h"
+
 namespace {
 
 using RowText = FixedString<250>;
-
-// Record values go through the number lines as 32-bit figures; the wider MHz fields keep only their
-// low 32 bits, read as a signed number.
-int32_t low32(int64_t value) {
-    const uint32_t low = static_cast<uint32_t>(value);
-    return low < 0x80000000u ? static_cast<int32_t>(low) : -static_cast<int32_t>(~low) - 1;
-}
 
 struct FlagLine {
     const char* label;
@@ -57,6 +52,8 @@ class ReportWriter {
     }
     void fixed(const char* value) { text(value, nullptr); }
     void blank() { text(nullptr, nullptr); }
+    // Record values go through the number lines as 32-bit figures; the wider MHz fields keep only
+    // their low 32 bits, read as a signed number.
     void number(const char* label, int64_t value) {
         formatNumberLine(line_, label, low32(value));
         report_.append(line_);

@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <ctime>
 
+#include "wrap_int32.h"
+
 int32_t utcOffsetSeconds = -1;
 
 namespace {
@@ -46,6 +48,20 @@ int32_t offsetResidue() {
     return d;
 }
 
+// Determines the local offset. With apply, adds it to utcOffsetSeconds and returns the residue of
+// a second determination; without, only returns the difference. Starting from the sentinel -1 the
+// first determination comes out one second too large, and adding it to the -1 cancels that exactly;
+// the second determination only reports what is left.
+int32_t updateUtcOffset(bool apply) {
+    const int32_t d = offsetResidue();
+    if (!apply) {
+        return d;
+    }
+    utcOffsetSeconds =
+        wrapToInt32(static_cast<uint32_t>(utcOffsetSeconds) + static_cast<uint32_t>(d));
+    return offsetResidue();
+}
+
 }  // namespace
 
 void Stopwatch::start() {
@@ -84,18 +100,6 @@ void sleepMs(int32_t ms, UsleepFunction sleeper) {
 }
 
 TimeStamp::TimeStamp(bool now) : seconds(now ? static_cast<int64_t>(time(nullptr)) : 0) {}
-
-// Starting from the sentinel -1 the first determination comes out one second too large, and
-// adding it to the -1 cancels that exactly; the second determination only reports what is left.
-int32_t updateUtcOffset(bool apply) {
-    const int32_t d = offsetResidue();
-    if (!apply) {
-        return d;
-    }
-    utcOffsetSeconds =
-        static_cast<int32_t>(static_cast<uint32_t>(utcOffsetSeconds) + static_cast<uint32_t>(d));
-    return offsetResidue();
-}
 
 FixedString<50>& formatTimeStamp(FixedString<50>& text, const TimeStamp& stamp) {
     // Determined once per process and kept, also across a change of daylight-saving time.

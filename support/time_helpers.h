@@ -40,9 +40,5 @@ struct TimeStamp {
 // Offset of local time from UTC in seconds; -1 until the first stamp is formatted.
 extern int32_t utcOffsetSeconds;
 
-// Determines the local offset. With apply, adds it to utcOffsetSeconds and returns the residue of
-// a second determination; without, only returns the difference.
-int32_t updateUtcOffset(bool apply);
-
 // Writes "HH:MM.SS" of the stamp in local time.
 FixedString<50>& formatTimeStamp(FixedString<50>& text, const TimeStamp& stamp);
