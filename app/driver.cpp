@@ -6,16 +6,20 @@
 #include <QSysInfo>
 #include <clocale>
 #include <cstdio>
+#include <optional>
 
 #include "command_line.h"
 #include "exit_code.h"
 #include "filler.h"
 #include "os_query.h"
 #include "ps_test_run.h"
+#include "standard_output.h"
+#include "system_error.h"
 #include "system_summary.h"
 #include "test_table.h"
 #include "time_helpers.h"
 #include "usage.h"
+#include "wrap_int32.h"
 
 namespace {
 
@@ -40,28 +44,49 @@ void printFiller(const FillerRequest& filler) {
 }
 
 // Runs the test as often as it asks, keeping each run's PS in run order; resultText holds the
-// last run's text afterwards.
-void runTest(const TestSpec& test, QString& resultText, float* ps) {
+// last run's text afterwards. False as soon as a run could not start its workers (it has said so).
+bool runTest(const TestSpec& test, QString& resultText, float* ps) {
     for (int i = 0; i < test.runs; ++i) {
         // The runs take the flags by reference, so they are set afresh before every call.
         bool verbose = test.verbose;
         bool speed = test.speed;
-        bool single = test.single;
-        ps[i] = test.allCores
-                    ? runAllCoresTest(resultText, verbose, nullptr, nullptr)
-                    : runSingleCoreTest(resultText, verbose, speed, single, -1, nullptr, nullptr);
+        bool scaleOneWorker = test.scaleOneWorker;
+        const std::optional<float> score =
+            test.allCores ? runAllCoresTest(resultText, verbose, nullptr, nullptr)
+                          : runSingleCoreTest(resultText, verbose, speed, scaleOneWorker, -1,
+                                              nullptr, nullptr);
+        // Each run's lines reach the output before the next one starts.
+        if (!score || !flushStandardOutput()) {
+            return false;
+        }
+        ps[i] = *score;
     }
+    return true;
+}
+
+// The status of a run whose output could not be written, after one line on stderr that says why.
+int outputFailed() {
+    fprintf(stderr, "corebench: cannot write standard output: %s\n",
+            systemErrorText(static_cast<uint32_t>(standardOutputError())).text);
+    return kOutputFailedStatus;
+}
+
+// Stops a run that cannot go on: its output failed, or a run could not start its workers.
+int stopped() {
+    return standardOutputError() != 0 ? outputFailed() : kRunFailedStatus;
 }
 
 }  // namespace
 
 int32_t coreTimeProduct(int32_t elapsedMs, int32_t threadCount) {
-    // Unsigned multiplication wraps by definition; the conversion back keeps the low 32 bits.
-    return static_cast<int32_t>(static_cast<uint32_t>(elapsedMs) *
-                                static_cast<uint32_t>(threadCount));
+    // Unsigned multiplication wraps by definition, without signed overflow.
+    return wrapToInt32(static_cast<uint32_t>(elapsedMs) * static_cast<uint32_t>(threadCount));
 }
 
 int runCorebench(int argc, char** argv) {
+    if (!prepareStandardOutput()) {
+        return outputFailed();
+    }
     QCoreApplication application(argc, argv);
     // On Unix the application object installs the user's locale for every category, which would
     // make printf("%5.3f") write a decimal comma (de_DE, fr_FR, ...). Scores must always be
@@ -81,11 +106,19 @@ int runCorebench(int argc, char** argv) {
     const QByteArray operatingSystem =
         (QSysInfo::productType() + QSysInfo::productVersion()).toUtf8();
 
+    // Every phase's lines reach the output before the next phase starts, so that a run stopped
+    // from outside keeps them, and a write that fails stops the run at once.
     printTimeStamp();
     printSystemSummary(operatingSystem.constData(), threadCount, os);
+    if (!flushStandardOutput()) {
+        return outputFailed();
+    }
 
     const CommandWords words = readCommandWords(argc, argv);
     printFiller(scanFillerKeywords(argc, argv));
+    if (!flushStandardOutput()) {
+        return outputFailed();
+    }
 
     // Started after the summary and filler, so it times the test runs only.
     Stopwatch stopwatch;
@@ -93,12 +126,14 @@ int runCorebench(int argc, char** argv) {
     const TestSpec* test = findTest(words.testName);
     if (test == nullptr) {
         printUsage();
-        return 0;
+        return flushStandardOutput() ? 0 : outputFailed();
     }
 
     float ps[kMaxRuns] = {};
     QString resultText;
-    runTest(*test, resultText, ps);
+    if (!runTest(*test, resultText, ps)) {
+        return stopped();
+    }
     const int32_t elapsedMs = stopwatch.elapsedMs();
     puts(resultText.toLatin1().constData());
 
@@ -114,7 +149,7 @@ int runCorebench(int argc, char** argv) {
     printTimeStamp();
 
     const int exitCode = exitCodeFor(value);
-    fflush(stdout);
+    const bool written = flushStandardOutput();
     fflush(stderr);
-    return exitCode;
+    return written ? exitCode : outputFailed();
 }

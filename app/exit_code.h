@@ -5,6 +5,12 @@
 
 #include <cstdint>
 
+// The status of a run that could not start its worker threads (sysexits' EX_OSERR) and of one
+// whose output could not be written (EX_IOERR). With exitCodeThreshold a score can give either
+// status as well; only a successful run prints "Returning exit code".
+constexpr int kRunFailedStatus = 71;
+constexpr int kOutputFailedStatus = 74;
+
 // The PS handed back: a single run's own, or for several runs their mean, summed in run order in
 // single precision (the first plus 0.0f, then the others) and divided by the run count.
 float exitCodePs(const float* ps, int runs);

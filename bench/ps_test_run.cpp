@@ -3,8 +3,10 @@
 #include <QByteArray>
 #include <cstdio>
 #include <cstring>
+#include <vector>
 
 #include "cpu_report.h"
+#include "result_text.h"
 #include "time_helpers.h"
 
 namespace {
@@ -12,81 +14,17 @@ namespace {
 // Workers are created, given their counts and then started together after this pause.
 constexpr int32_t kStartPauseMs = 200;
 constexpr int32_t kPollIntervalMs = 500;
-// A total below this is reported as this.
-constexpr float kMinimumTotalPs = 2.0f;
+constexpr int32_t kSpeedPassCount = 10;
 
-QString groupedMagnitude(uint64_t magnitude) {
-    if (magnitude <= 1000) {
-        return QString::number(magnitude);
-    }
-    return QStringLiteral("%1 %2")
-        .arg(groupedMagnitude(magnitude / 1000))
-        .arg(magnitude % 1000, 3, 10, QLatin1Char('0'));
-}
-
-// The steps both entry runs end with.
-float finishEntry(const PsTestRun& run, float ps, QString& resultText, bool verbose,
-                  FixedString<10>* cpuName, float* totalClock) {
-    resultText = run.resultText;
-    if (verbose) {
-        printf("psTest: PS_Result: %5.3f\n", static_cast<double>(ps));
-    }
-    resultText += QStringLiteral("PS_Result: %1").arg(static_cast<double>(ps), 5, 'f', 3);
-    if (cpuName != nullptr) {
-        const QByteArray latin1 = run.cpuName.toLatin1();
-        const int length =
-            latin1.size() < FixedString<10>::capacity ? latin1.size() : FixedString<10>::capacity;
-        memcpy(cpuName->text, latin1.constData(), length);
-        cpuName->setLength(static_cast<int16_t>(length));
-    }
-    if (totalClock != nullptr) {
-        *totalClock = run.totalClock;
-    }
-    return ps;
-}
-
-}  // namespace
-
-int32_t cappedThreadCount(int32_t wanted) {
-    if (wanted > kMaxWorkers) {
+// At most kMaxWorkers, and at least one.
+int32_t cappedThreadCount(int32_t threadCount) {
+    if (threadCount > kMaxWorkers) {
         return kMaxWorkers;
     }
-    return wanted < 1 ? 1 : wanted;
+    return threadCount < 1 ? 1 : threadCount;
 }
 
-float singleCoreFactor(int32_t logicalCpus, bool hyperthreading) {
-    const float cpus = static_cast<float>(logicalCpus);
-    return hyperthreading ? cpus * 0.5f * 1.2f : cpus;
-}
-
-float addWorkerResults(QString& text, const std::vector<WorkerResult>& results, bool verbose) {
-    float total = 0.0f;
-    for (size_t i = 0; i < results.size(); ++i) {
-        const WorkerResult& result = results[i];
-        if (verbose) {
-            printf("psTest: adding thread %d: %5.3f\n", static_cast<int>(i), result.ps);
-        }
-        text += QStringLiteral("adding thread %1: %2PS (%3 ms, %4 loops)\n")
-                    .arg(i)
-                    .arg(result.ps, 5, 'f', 3)
-                    .arg(formatGroupedNumber(result.measuredMs, false))
-                    .arg(result.passCount);
-        total = static_cast<float>(static_cast<double>(total) + result.ps);
-    }
-    if (total < kMinimumTotalPs) {
-        total = kMinimumTotalPs;
-    }
-    const float average = total / static_cast<float>(results.size());
-    if (verbose) {
-        printf("psTest: totalSpeed %5.3f PS   (Average per core:  %5.3f PS)\n",
-               static_cast<double>(total), static_cast<double>(average));
-    }
-    text += QStringLiteral("=totalSpeed %1 PS (Average per core: %2 PS)\n")
-                .arg(static_cast<double>(total), 5, 'f', 3)
-                .arg(static_cast<double>(average), 5, 'f', 3);
-    return total;
-}
-
+// The summed clock in GHz: measured, else per core, else estimated, else 0.
 float totalClockGhz(const CpuInfo& info) {
     for (const int64_t mhz : {info.mhzSummedMeasured, info.mhzSummedPerCore, info.mhzSummed}) {
         const float ghz = static_cast<float>(mhz) / 1000.0f;
@@ -97,131 +35,160 @@ float totalClockGhz(const CpuInfo& info) {
     return 0.0f;
 }
 
-QString formatGroupedNumber(int64_t value, bool showPlus) {
-    const uint64_t magnitude =
-        value < 0 ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
-    const QString sign = value < 0 ? QStringLiteral("-") : QString(showPlus ? " " : "");
-    return sign + groupedMagnitude(magnitude);
-}
-
-PsTestRun::PsTestRun() : threadCount(1), totalClock(0.0f), speed(false) {}
-
-float PsTestRun::runPsTest(int32_t& wanted, bool verbose) {
-    createWorkers(wanted, verbose);
-    startWorkers();
-    waitForWorkers(verbose);
-    return collectResults(verbose);
-}
-
-void PsTestRun::createWorkers(int32_t& wanted, bool verbose) {
-    resultText.clear();
-    threadCount = cappedThreadCount(wanted);
-    wanted = threadCount;
-    if (verbose) {
-        printf("CPU PS Test...\nCreating %d threads\n", threadCount);
+// The steps both entry runs end with.
+std::optional<float> finishEntry(const PsTestRun& run, std::optional<float> ps, QString& resultText,
+                                 bool verbose, FixedString<10>* cpuName, float* totalClock) {
+    if (!ps) {
+        return ps;
     }
-    resultText += QStringLiteral("CPU PS Test...\nCreating %1 threads\n").arg(threadCount);
-    totalClock = 0.0f;
-    for (int32_t i = 0; i < threadCount; ++i) {
-        workers[i] = std::make_unique<psTestSingle>(i, verbose);
-        if (verbose) {
-            putchar('t');
+    resultText = run.resultText();
+    RunOutput out(resultText, verbose);
+    addPsResult(out, *ps);
+    if (cpuName != nullptr) {
+        const QByteArray latin1 = run.cpuName().toLatin1();
+        const int length =
+            latin1.size() < FixedString<10>::capacity ? latin1.size() : FixedString<10>::capacity;
+        memcpy(cpuName->text, latin1.constData(), length);
+        cpuName->setLength(static_cast<int16_t>(length));
+    }
+    if (totalClock != nullptr) {
+        *totalClock = run.totalClock();
+    }
+    return ps;
+}
+
+}  // namespace
+
+float singleCoreFactor(int32_t logicalCpus, bool hyperthreading) {
+    const float cpus = static_cast<float>(logicalCpus);
+    return hyperthreading ? cpus * 0.5f * 1.2f : cpus;
+}
+
+PsTestRun::PsTestRun(bool speed, WorkerStart startWorker)
+    : threadCount_(1), totalClock_(0.0f), speed_(speed), startWorker_(std::move(startWorker)) {}
+
+PsTestRun::~PsTestRun() = default;
+
+std::optional<float> PsTestRun::runPsTest(int32_t& threadCount, bool verbose) {
+    resultText_.clear();
+    threadCount_ = cappedThreadCount(threadCount);
+    threadCount = threadCount_;
+    RunOutput out(resultText_, verbose);
+    createWorkers(out, verbose);
+    if (!startWorkers()) {
+        stopWorkers();
+        return std::nullopt;
+    }
+    waitForWorkers(out);
+    return collectResults(out);
+}
+
+void PsTestRun::createWorkers(RunOutput& out, bool verbose) {
+    out.record(QStringLiteral("CPU PS Test...\nCreating %1 threads\n").arg(threadCount_),
+               "CPU PS Test...\nCreating %d threads\n", threadCount_);
+    totalClock_ = 0.0f;
+    for (int32_t i = 0; i < threadCount_; ++i) {
+        workers_[i] = std::make_unique<psTestSingle>(i, verbose);
+        out.show("t");
+    }
+    out.show("\npsTest: threads created\npsTest: starting threads - benchmark\n");
+    for (int32_t i = 0; i < threadCount_; ++i) {
+        workers_[i]->passCount = speed_ ? kSpeedPassCount : kDefaultPassCount;
+        workers_[i]->memoryRepeats = kDefaultMemoryRepeats;
+    }
+}
+
+// A worker that cannot be started would leave the run polling for ever, so the first failure
+// ends the start: the workers already running are stopped instead.
+bool PsTestRun::startWorkers() {
+    sleepMs(kStartPauseMs);
+    for (int32_t i = 0; i < threadCount_; ++i) {
+        FixedString<250> error;
+        if (!startWorker_(*workers_[i], error)) {
+            fprintf(stderr, "corebench: worker thread %d of %d could not be started: %s\n", i,
+                    threadCount_, error.text);
+            return false;
         }
     }
-    if (verbose) {
-        putchar('\n');
-        puts("psTest: threads created");
-        puts("psTest: starting threads - benchmark");
+    return true;
+}
+
+// Each started worker ends before its next pass; destroying it waits for that.
+void PsTestRun::stopWorkers() {
+    for (std::unique_ptr<psTestSingle>& worker : workers_) {
+        if (worker != nullptr) {
+            worker->stopRequested.store(true, std::memory_order_relaxed);
+        }
     }
-    for (int32_t i = 0; i < threadCount; ++i) {
-        workers[i]->passCount = speed ? kSpeedPassCount : kDefaultPassCount;
-        workers[i]->memoryRepeats = kDefaultMemoryRepeats;
+    for (std::unique_ptr<psTestSingle>& worker : workers_) {
+        worker.reset();
     }
 }
 
-void PsTestRun::startWorkers() {
-    sleepMs(kStartPauseMs);
-    for (int32_t i = 0; i < threadCount; ++i) {
-        workers[i]->start(QThread::InheritPriority);
-    }
-}
-
-void PsTestRun::waitForWorkers(bool verbose) {
-    if (verbose) {
-        putchar('\n');
-        printf("psTest: waiting for results...");
-    }
+void PsTestRun::waitForWorkers(RunOutput& out) {
+    out.show("\npsTest: waiting for results...");
     bool cpuInfoTaken = false;
     for (;;) {
         sleepMs(kPollIntervalMs);
-        if (verbose) {
-            putchar('.');
-        }
+        out.show(".");
         // Halfway through worker 0's measured passes every core is still loaded, so the clocks
         // read now are the clocks under load.
-        if (!cpuInfoTaken && workers[0]->progress.load(std::memory_order_acquire) > 0.5f) {
-            takeCpuInfo(verbose);
+        if (!cpuInfoTaken && workers_[0]->progress.load(std::memory_order_acquire) > 0.5f) {
+            takeCpuInfo(out);
             cpuInfoTaken = true;
         }
+        out.flush();
         bool allDone = true;
-        for (int32_t i = 0; i < threadCount && allDone; ++i) {
-            allDone = workers[i]->done.load(std::memory_order_acquire);
+        for (int32_t i = 0; i < threadCount_ && allDone; ++i) {
+            allDone = workers_[i]->done.load(std::memory_order_acquire);
         }
         if (allDone) {
             break;
         }
     }
-    if (verbose) {
-        putchar('\n');
-        puts("psTest: all Threads done");
-    }
+    out.show("\npsTest: all Threads done\n");
 }
 
-void PsTestRun::takeCpuInfo(bool verbose) {
-    if (verbose) {
-        puts("\npsTest: Calling cpuInfo");
-    }
-    gatherCpuInfo(cpuInfo);
-    if (verbose) {
-        printCpuInfoReport(cpuInfo, false, false, true);
-        return;
-    }
+void PsTestRun::takeCpuInfo(RunOutput& out) {
+    out.show("\npsTest: Calling cpuInfo\n");
+    gatherCpuInfo(cpuInfo_);
     ReportText report;
-    buildCpuInfoReport(report, cpuInfo, false, false, true);
-    resultText += QString::fromLatin1(report.text, report.length);
+    buildCpuInfoReport(report, cpuInfo_, false, false, true);
+    out.report(report);
 }
 
-float PsTestRun::collectResults(bool verbose) {
+float PsTestRun::collectResults(RunOutput& out) {
     std::vector<WorkerResult> results;
-    results.reserve(threadCount);
-    for (int32_t i = 0; i < threadCount; ++i) {
-        results.push_back({workers[i]->ps, workers[i]->measuredMs, workers[i]->passCount});
+    results.reserve(threadCount_);
+    for (int32_t i = 0; i < threadCount_; ++i) {
+        results.push_back({workers_[i]->ps, workers_[i]->measuredMs, workers_[i]->passCount});
     }
-    const float total = addWorkerResults(resultText, results, verbose);
-    for (std::unique_ptr<psTestSingle>& worker : workers) {
+    const float total = addWorkerResults(out, results);
+    for (std::unique_ptr<psTestSingle>& worker : workers_) {
         worker.reset();
     }
-    totalClock = totalClockGhz(cpuInfo);
-    cpuName = QString::fromLatin1(cpuInfo.shortName.text, cpuInfo.shortName.length);
+    totalClock_ = totalClockGhz(cpuInfo_);
+    cpuName_ = QString::fromLatin1(cpuInfo_.shortName.text, cpuInfo_.shortName.length);
     return total;
 }
 
-float runAllCoresTest(QString& resultText, bool& verbose, FixedString<10>* cpuName,
-                      float* totalClock) {
-    PsTestRun run;
+std::optional<float> runAllCoresTest(QString& resultText, bool& verbose, FixedString<10>* cpuName,
+                                     float* totalClock) {
+    PsTestRun run(false);
     // The counts are read into a record of their own: the run's record stays unread until the
     // cores are loaded halfway through, so the clocks it reports are those under load and its
     // error log holds each failure once.
     CpuInfo counts;
     readCpuInfo(counts);
     int32_t threadCount = counts.logicalCpus;
-    const float ps = run.runPsTest(threadCount, verbose);
+    const std::optional<float> ps = run.runPsTest(threadCount, verbose);
     return finishEntry(run, ps, resultText, verbose, cpuName, totalClock);
 }
 
-float runSingleCoreTest(QString& resultText, bool& verbose, bool& speed, bool& single,
-                        int32_t threadHint, FixedString<10>* cpuName, float* totalClock) {
-    PsTestRun run;
+std::optional<float> runSingleCoreTest(QString& resultText, bool& verbose, bool& speed,
+                                       bool& scaleOneWorker, int32_t threadHint,
+                                       FixedString<10>* cpuName, float* totalClock) {
+    PsTestRun run(speed);
     int32_t logicalCpus = threadHint;
     bool hyperthreading = true;
     if (threadHint <= 0) {
@@ -230,11 +197,13 @@ float runSingleCoreTest(QString& resultText, bool& verbose, bool& speed, bool& s
         logicalCpus = counts.logicalCpus;
         hyperthreading = counts.hyperthreading;
     }
-    run.speed = speed;
-    float ps = 0.0f;
-    if (single) {
+    std::optional<float> ps;
+    if (scaleOneWorker) {
         int32_t one = 1;
-        ps = run.runPsTest(one, verbose) * singleCoreFactor(logicalCpus, hyperthreading);
+        ps = run.runPsTest(one, verbose);
+        if (ps) {
+            *ps *= singleCoreFactor(logicalCpus, hyperthreading);
+        }
     } else {
         ps = run.runPsTest(logicalCpus, verbose);
     }

@@ -2,81 +2,72 @@
 
 // The two runs the driver can start. Both return the measured PS and write the run's result text
 // into resultText; cpuName (up to 10 Latin-1 characters) and totalClock (GHz) are filled when
-// given.
+// given. They return nothing when a worker could not be started: the run has then said why on
+// standard error and stopped the workers that did start.
 
 #include <QString>
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
-#include <vector>
+#include <optional>
 
 #include "cpu_info.h"
 #include "fixed_string.h"
 #include "ps_test_single.h"
+#include "thread_start.h"
+
+class RunOutput;
 
 // One worker per logical CPU.
-float runAllCoresTest(QString& resultText, bool& verbose, FixedString<10>* cpuName,
-                      float* totalClock);
+std::optional<float> runAllCoresTest(QString& resultText, bool& verbose, FixedString<10>* cpuName,
+                                     float* totalClock);
 
-// One worker (single set) scaled to the whole processor, or one worker per CPU (single clear).
-// A threadHint above 0 stands in for the logical CPU count and implies hyperthreading.
-float runSingleCoreTest(QString& resultText, bool& verbose, bool& speed, bool& single,
-                        int32_t threadHint, FixedString<10>* cpuName, float* totalClock);
+// One worker scaled to the whole processor (scaleOneWorker set), or one worker per logical CPU.
+// speed runs 10 measured passes instead of 130. A threadHint above 0 stands in for the logical
+// CPU count and implies hyperthreading.
+std::optional<float> runSingleCoreTest(QString& resultText, bool& verbose, bool& speed,
+                                       bool& scaleOneWorker, int32_t threadHint,
+                                       FixedString<10>* cpuName, float* totalClock);
 
 constexpr int32_t kMaxWorkers = 550;
-constexpr int32_t kSpeedPassCount = 10;
-
-// One measured worker as the result text reports it.
-struct WorkerResult {
-    double ps;
-    int64_t measuredMs;
-    int32_t passCount;
-};
-
-// At most kMaxWorkers, and at least one.
-int32_t cappedThreadCount(int32_t wanted);
 
 // What one worker's PS is multiplied by to stand for a processor of logicalCpus: all of them,
 // or with hyperthreading half of them, counted 1.2 times.
 float singleCoreFactor(int32_t logicalCpus, bool hyperthreading);
 
-// Prints (verbose) and appends one "adding thread" line per worker and the "=totalSpeed" line;
-// returns the summed PS, at least 2.0. results holds at least one worker.
-float addWorkerResults(QString& text, const std::vector<WorkerResult>& results, bool verbose);
+// Starts a created worker's thread; false, with the system's text in error, when it could not.
+using WorkerStart = std::function<bool(psTestSingle& worker, FixedString<250>& error)>;
 
-// The summed clock in GHz: measured, else per core, else estimated, else 0.
-float totalClockGhz(const CpuInfo& info);
-
-// Groups of three digits separated by blanks, magnitudes up to 1000 written plain ("1000",
-// "5 980", "1000 500"); negative values start with "-", others with " " when showPlus.
-QString formatGroupedNumber(int64_t value, bool showPlus);
-
-// One run of workers, used for a single runPsTest. runPsTest goes through the public steps below
-// in order; they are separate so that the result text can be checked without running threads.
+// One run of workers, used for a single runPsTest.
 class PsTestRun {
   public:
-    PsTestRun();
+    // Tests start workers their own way; the program starts their threads.
+    explicit PsTestRun(bool speed, WorkerStart startWorker = startWorkerThread);
+    ~PsTestRun();
 
-    // Runs min(threadCount, kMaxWorkers) workers and returns their summed PS; threadCount is set
-    // to the number run. Leaves resultText, totalClock and cpuName.
-    float runPsTest(int32_t& threadCount, bool verbose);
+    // Runs min(threadCount, kMaxWorkers) workers, at least one, and returns their summed PS;
+    // threadCount is set to the number run. Nothing when a worker could not be started.
+    std::optional<float> runPsTest(int32_t& threadCount, bool verbose);
 
-    // Starts the result text and creates the workers with their pass counts.
-    void createWorkers(int32_t& threadCount, bool verbose);
-    // Pauses, then starts every worker.
-    void startWorkers();
-    // Polls until every worker is done, taking the CPU information once worker 0 is halfway.
-    void waitForWorkers(bool verbose);
-    // Refreshes the CPU information and prints its report (verbose) or appends it to the text.
-    void takeCpuInfo(bool verbose);
-    // Adds up the finished workers, destroys them and fills totalClock and cpuName.
-    float collectResults(bool verbose);
+    const QString& resultText() const { return resultText_; }
+    float totalClock() const { return totalClock_; }
+    const QString& cpuName() const { return cpuName_; }
 
-    int32_t threadCount;
-    std::array<std::unique_ptr<psTestSingle>, kMaxWorkers> workers;
-    QString resultText;
-    float totalClock;
-    QString cpuName;
-    CpuInfo cpuInfo;
-    bool speed;
+  private:
+    void createWorkers(RunOutput& out, bool verbose);
+    bool startWorkers();
+    void stopWorkers();
+    void waitForWorkers(RunOutput& out);
+    void takeCpuInfo(RunOutput& out);
+    float collectResults(RunOutput& out);
+
+    int32_t threadCount_;
+    std::array<std::unique_ptr<psTestSingle>, kMaxWorkers> workers_;
+    QString resultText_;
+    float totalClock_;
+    QString cpuName_;
+    CpuInfo cpuInfo_;
+    bool speed_;
+    WorkerStart startWorker_;
 };

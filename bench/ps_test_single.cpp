@@ -32,7 +32,8 @@ psTestSingle::psTestSingle(int32_t index, bool verbose)
       progress(0.0f),
       verbose(verbose),
       bufferA(static_cast<char*>(calloc(kDefaultBufferSize, 1))),
-      bufferB(static_cast<char*>(calloc(kDefaultBufferSize, 1))) {}
+      bufferB(static_cast<char*>(calloc(kDefaultBufferSize, 1))),
+      stopRequested(false) {}
 
 psTestSingle::~psTestSingle() {
     wait();
@@ -64,6 +65,9 @@ void runWorkerPasses(psTestSingle& worker, PassFunction pass) {
     const int32_t warmTotal = worker.passCount / 3;
     if (worker.passCount >= 3) {
         for (int32_t passNumber = 1; passNumber <= warmTotal; ++passNumber) {
+            if (worker.stopRequested.load(std::memory_order_relaxed)) {
+                return;
+            }
             pass(warmUp, passNumber, warmTotal);
         }
     }
@@ -76,6 +80,9 @@ void runWorkerPasses(psTestSingle& worker, PassFunction pass) {
     const int32_t passCount = worker.passCount;
     const Stopwatch stopwatch;
     for (int32_t passNumber = 1; passNumber <= passCount; ++passNumber) {
+        if (worker.stopRequested.load(std::memory_order_relaxed)) {
+            return;
+        }
         pass(measured, passNumber, passCount);
         worker.progress.store(static_cast<float>(passNumber) / static_cast<float>(passCount),
                               std::memory_order_release);

@@ -45,6 +45,9 @@ class psTestSingle : public QThread {
     QString name;  // nothing fills or reads it
     char* bufferA;
     char* bufferB;
+    // Set by the thread that started the worker when its run is given up (another worker could
+    // not be started); the worker then ends before its next pass, without a score.
+    std::atomic<bool> stopRequested;
 
   protected:
     void run() override;
@@ -58,5 +61,5 @@ double psFromMeasurement(int64_t measuredMs, int32_t passCount);
 using PassFunction = void (*)(const PassContext&, const int32_t&, const int32_t&);
 
 // run() after its start delay: warm-up, measured passes and score, with pass standing in for
-// kernelPass.
+// kernelPass. Returns early, with done still false, once stopRequested is set.
 void runWorkerPasses(psTestSingle& worker, PassFunction pass);

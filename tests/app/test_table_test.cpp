@@ -6,13 +6,13 @@
 
 namespace {
 
-// How the driver runs a test; speed and single matter only to the single-core run.
+// How the driver runs a test; speed and scaleOneWorker matter only to the single-core run.
 std::string describe(const TestSpec* test) {
     if (test == nullptr) {
         return "none";
     }
     return std::string(test->name) + " x" + std::to_string(test->runs) +
-           (test->allCores ? " all" : (test->single ? " single" : " per-cpu")) +
+           (test->allCores ? " all" : (test->scaleOneWorker ? " single" : " per-cpu")) +
            (!test->allCores && test->speed ? " speed" : "") + (test->verbose ? " verbose" : "");
 }
 

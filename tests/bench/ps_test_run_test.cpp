@@ -1,85 +1,120 @@
+// The run's orchestration with workers that never get a thread: the start stand-in below fills in
+// a finished worker's results, or fails, the way a real start would leave them.
+
 #include "ps_test_run.h"
 
 #include <gtest/gtest.h>
 
-#include "cpu_report.h"
+#include <cerrno>
+#include <string>
+
+#include "system_error.h"
+#include "test_output.h"
 
 namespace {
 
-TEST(PsTestRun, CapsTheThreadsAt550) {
-    PsTestRun run;
-    run.speed = true;
-    int32_t wanted = 600;
-    run.createWorkers(wanted, false);
-    EXPECT_EQ(wanted, 550);
-    EXPECT_EQ(run.resultText, "CPU PS Test...\nCreating 550 threads\n");
-    EXPECT_EQ(run.workers[549]->index, 549);
-    EXPECT_EQ(run.workers[549]->passCount, 10);
+// Worker i finishes with the i-th result (the last one repeated), keeping the pass count the run
+// gave it; the worker with index failAt is not started.
+WorkerStart finishing(std::vector<std::pair<double, int64_t>> results, int32_t failAt = -1,
+                      int32_t* started = nullptr) {
+    return [=](psTestSingle& worker, FixedString<250>& error) {
+        if (worker.index == failAt) {
+            error = systemErrorText(EAGAIN);
+            return false;
+        }
+        if (started != nullptr) {
+            ++*started;
+        }
+        const auto& result = results[std::min<size_t>(worker.index, results.size() - 1)];
+        worker.ps = result.first;
+        worker.measuredMs = result.second;
+        worker.progress.store(1.0f);
+        worker.done.store(true);
+        return true;
+    };
 }
 
-// The run's own steps, with finished workers faked in place of started ones.
+const QString kClosingNote =
+    "NOTE: Korvo reads the information provided by the OS or BIOS.\n"
+    "Not all information is available on every OS. And not all GHz information provided by the "
+    "system is reliable.\n\n";
+
 TEST(PsTestRun, QuietResultTextHasHeaderReportWorkersAndTotalInOrder) {
-    PsTestRun run;
-    int32_t wanted = 2;
-    run.createWorkers(wanted, false);
-    EXPECT_EQ(run.workers[1]->passCount, 130);
-    const WorkerResult fake[] = {{50.1234, 5980, 10}, {49.5, 6000, 10}};
-    for (int32_t i = 0; i < 2; ++i) {
-        run.workers[i]->ps = fake[i].ps;
-        run.workers[i]->measuredMs = fake[i].measuredMs;
-        run.workers[i]->passCount = fake[i].passCount;
-    }
-    run.takeCpuInfo(false);
-    EXPECT_EQ(run.collectResults(false), 99.6234f);
-
-    ReportText report;
-    buildCpuInfoReport(report, run.cpuInfo, false, false, true);
-    EXPECT_GT(report.length, 0);
-    EXPECT_EQ(run.resultText, "CPU PS Test...\nCreating 2 threads\n" +
-                                  QString::fromLatin1(report.text, report.length) +
-                                  "adding thread 0: 50.123PS (5 980 ms, 10 loops)\n"
-                                  "adding thread 1: 49.500PS (6 000 ms, 10 loops)\n"
-                                  "=totalSpeed 99.623 PS (Average per core: 49.812 PS)\n");
-    EXPECT_EQ(run.workers[0], nullptr);
+    PsTestRun run(false, finishing({{50.1234, 5980}, {49.5, 6000}}));
+    int32_t threadCount = 2;
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(run.runPsTest(threadCount, false), 99.6234f);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    const QString text = run.resultText();
+    const QString header = "CPU PS Test...\nCreating 2 threads\n";
+    const QString workers =
+        "adding thread 0: 50.123PS (5 980 ms, 130 loops)\n"
+        "adding thread 1: 49.500PS (6 000 ms, 130 loops)\n"
+        "=totalSpeed 99.623 PS (Average per core: 49.812 PS)\n";
+    EXPECT_TRUE(text.startsWith(header + "CPU Description:") ||
+                text.startsWith(header + "------------------------------\nERRORS:"))
+        << text.toStdString();
+    EXPECT_TRUE(text.endsWith(kClosingNote + workers)) << text.toStdString();
+    EXPECT_EQ(text.count("CPU Description:"), 1);
 }
 
-TEST(PsTestRun, TotalIsSummedInDoubleAndFlooredAtTwo) {
-    QString text;
+TEST(PsTestRun, VerboseRunPrintsItsStepsAndKeepsTheReportOutOfTheText) {
+    PsTestRun run(true, finishing({{50.1234, 5980}, {49.5, 6000}}));
+    int32_t threadCount = 2;
     testing::internal::CaptureStdout();
-    const float floored = addWorkerResults(text, {{0.5, 1, 10}, {0.7, 1000500, 130}}, true);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "psTest: adding thread 0: 0.500\n"
-              "psTest: adding thread 1: 0.700\n"
-              "psTest: totalSpeed 2.000 PS   (Average per core:  1.000 PS)\n");
-    EXPECT_EQ(floored, 2.0f);
-    EXPECT_EQ(text,
-              "adding thread 0: 0.500PS (1 ms, 10 loops)\n"
-              "adding thread 1: 0.700PS (1000 500 ms, 130 loops)\n"
-              "=totalSpeed 2.000 PS (Average per core: 1.000 PS)\n");
-    // 2^24 + 1.00000001 rounds up only when the add is done in double; in single precision
-    // the addend would first become 1 and the tie round down to even.
-    EXPECT_EQ(addWorkerResults(text, {{16777216.0, 0, 1}, {1.00000001, 0, 1}}, false), 16777218.0f);
+    EXPECT_EQ(run.runPsTest(threadCount, true), 99.6234f);
+    const std::string output = testing::internal::GetCapturedStdout();
+    EXPECT_TRUE(matchesFully(output,
+                             "CPU PS Test\\.\\.\\.\nCreating 2 threads\ntt\n"
+                             "psTest: threads created\npsTest: starting threads - benchmark\n"
+                             "\npsTest: waiting for results\\.\\.\\.\\.\n"
+                             "psTest: Calling cpuInfo\n[\\s\\S]*CPU Description:[\\s\\S]*" +
+                                 QRegularExpression::escape(kClosingNote) +
+                                 "\npsTest: all Threads done\n"
+                                 "psTest: adding thread 0: 50\\.123\n"
+                                 "psTest: adding thread 1: 49\\.500\n"
+                                 "psTest: totalSpeed 99\\.623 PS   \\(Average per core:  "
+                                 "49\\.812 PS\\)\n"))
+        << output;
+    EXPECT_EQ(run.resultText(),
+              "CPU PS Test...\nCreating 2 threads\n"
+              "adding thread 0: 50.123PS (5 980 ms, 10 loops)\n"
+              "adding thread 1: 49.500PS (6 000 ms, 10 loops)\n"
+              "=totalSpeed 99.623 PS (Average per core: 49.812 PS)\n");
+}
+
+TEST(PsTestRun, CapsTheThreadsAt550) {
+    PsTestRun run(true, finishing({{1.0, 46}}));
+    int32_t threadCount = 600;
+    EXPECT_EQ(run.runPsTest(threadCount, false), 550.0f);
+    EXPECT_EQ(threadCount, 550);
+    EXPECT_TRUE(run.resultText().startsWith("CPU PS Test...\nCreating 550 threads\n"));
+    EXPECT_TRUE(
+        run.resultText().endsWith("adding thread 549: 1.000PS (46 ms, 10 loops)\n"
+                                  "=totalSpeed 550.000 PS (Average per core: 1.000 PS)\n"));
+}
+
+// The first worker that cannot be started ends the run: one line on stderr, no score, no further
+// start, and the result text holds no totals.
+TEST(PsTestRun, AWorkerThatCannotStartEndsTheRunWithOneLine) {
+    int32_t started = 0;
+    PsTestRun run(false, finishing({{50.0, 5980}}, 1, &started));
+    int32_t threadCount = 3;
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(run.runPsTest(threadCount, false), std::nullopt);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              std::string("corebench: worker thread 1 of 3 could not be started: ") +
+                  systemErrorText(EAGAIN).text + "\n");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(started, 1);
+    EXPECT_EQ(run.resultText(), "CPU PS Test...\nCreating 3 threads\n");
 }
 
 TEST(PsTestRun, SingleCoreFactorCountsHyperthreadedCpusAsSixtyPercent) {
     EXPECT_EQ(singleCoreFactor(8, true), 4.8f);
     EXPECT_EQ(singleCoreFactor(16, true), 9.6f);
     EXPECT_EQ(singleCoreFactor(16, false), 16.0f);
-}
-
-TEST(PsTestRun, GroupedNumbers) {
-    const struct {
-        int64_t value;
-        bool showPlus;
-        const char* text;
-    } cases[] = {{1001000, false, "1 001 000"},
-                 {-5980, false, "-5 980"},
-                 {5980, true, " 5 980"},
-                 {-7, true, "-7"},
-                 {INT64_MIN, false, "-9 223 372 036 854 775 808"}};
-    for (const auto& c : cases) {
-        EXPECT_EQ(formatGroupedNumber(c.value, c.showPlus), c.text) << c.value;
-    }
 }
 
 }  // namespace

@@ -46,6 +46,22 @@ TEST(Worker, WarmsUpQuietlyWithAThirdThenMeasuresEveryPass) {
     }
 }
 
+// A stop asked for while the worker runs ends it before its next pass, without a score.
+TEST(Worker, StopsBeforeTheNextPassWhenAsked) {
+    psTestSingle worker(0, false);
+    static psTestSingle* running = &worker;
+    recorded.clear();
+    runWorkerPasses(worker, [](const PassContext& context, const int32_t& passNumber,
+                               const int32_t& passTotal) {
+        recordPass(context, passNumber, passTotal);
+        if (recorded.size() == 2) {
+            running->stopRequested.store(true);
+        }
+    });
+    EXPECT_EQ(recorded.size(), 2u);
+    EXPECT_FALSE(worker.done.load());
+}
+
 TEST(Worker, ScoresFortySixHundredOverTheMeanPassTime) {
     EXPECT_EQ(psFromMeasurement(5980, 130), 100.0);
     // Neither a measured time nor a pass count of 0 divides by zero.

@@ -2,7 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <QElapsedTimer>
+#include <cerrno>
+
 #include "ps_test_run.h"
+#include "system_error.h"
 #include "test_output.h"
 
 namespace {
@@ -11,8 +15,10 @@ TEST(PsTestRunThreads, SpeedRunOfTwoWorkersReportsBothAndTheResult) {
     QString text;
     bool verbose = false;
     bool speed = true;
-    bool single = false;
-    const float ps = runSingleCoreTest(text, verbose, speed, single, 2, nullptr, nullptr);
+    bool scaleOneWorker = false;
+    const std::optional<float> ps =
+        runSingleCoreTest(text, verbose, speed, scaleOneWorker, 2, nullptr, nullptr);
+    ASSERT_TRUE(ps.has_value());
 
     const QString score = "\\d+\\.\\d{3}";
     const QString worker = ": " + score + "PS \\(\\d{1,3}( \\d{3})* ms, 10 loops\\)\n";
@@ -21,8 +27,29 @@ TEST(PsTestRunThreads, SpeedRunOfTwoWorkersReportsBothAndTheResult) {
                              "[\\s\\S]*adding thread 0" +
                                  worker + "adding thread 1" + worker + "=totalSpeed " + score +
                                  " PS \\(Average per core: " + score +
-                                 " PS\\)\nPS_Result: " + QString::number(ps, 'f', 3)))
+                                 " PS\\)\nPS_Result: " + QString::number(*ps, 'f', 3)))
         << text.toStdString();
+}
+
+// Worker 0 really runs; worker 1 cannot be started. The run must stop worker 0 within a pass or
+// two of its 173 (a full run takes a minute or more) and join it before it returns.
+TEST(PsTestRunThreads, AFailedStartStopsTheWorkersThatRun) {
+    PsTestRun run(false, [](psTestSingle& worker, FixedString<250>& error) {
+        if (worker.index == 0) {
+            return startWorkerThread(worker, error);
+        }
+        error = systemErrorText(EAGAIN);
+        return false;
+    });
+    int32_t threadCount = 2;
+    QElapsedTimer timer;
+    timer.start();
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(run.runPsTest(threadCount, false), std::nullopt);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              std::string("corebench: worker thread 1 of 2 could not be started: ") +
+                  systemErrorText(EAGAIN).text + "\n");
+    EXPECT_LT(timer.elapsed(), 30000);
 }
 
 }  // namespace

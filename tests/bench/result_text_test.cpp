@@ -1,0 +1,63 @@
+#include "result_text.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+TEST(ResultText, TotalIsSummedInDoubleAndFlooredAtTwo) {
+    QString text;
+    RunOutput verbose(text, true);
+    testing::internal::CaptureStdout();
+    const float floored = addWorkerResults(verbose, {{0.5, 1, 10}, {0.7, 1000500, 130}});
+    addPsResult(verbose, floored);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "psTest: adding thread 0: 0.500\n"
+              "psTest: adding thread 1: 0.700\n"
+              "psTest: totalSpeed 2.000 PS   (Average per core:  1.000 PS)\n"
+              "psTest: PS_Result: 2.000\n");
+    EXPECT_EQ(floored, 2.0f);
+    EXPECT_EQ(text,
+              "adding thread 0: 0.500PS (1 ms, 10 loops)\n"
+              "adding thread 1: 0.700PS (1000 500 ms, 130 loops)\n"
+              "=totalSpeed 2.000 PS (Average per core: 1.000 PS)\n"
+              "PS_Result: 2.000");
+    // 2^24 + 1.00000001 rounds up only when the add is done in double; in single precision
+    // the addend would first become 1 and the tie round down to even.
+    RunOutput quiet(text, false);
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(addWorkerResults(quiet, {{16777216.0, 0, 1}, {1.00000001, 0, 1}}), 16777218.0f);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+}
+
+TEST(ResultText, ReportIsPrintedOrAppendedNeverBoth) {
+    ReportText report;
+    report.assign("100% CPU\n");
+    QString text;
+    RunOutput verbose(text, true);
+    testing::internal::CaptureStdout();
+    verbose.report(report);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "100% CPU\n");
+    EXPECT_EQ(text, "");
+    RunOutput quiet(text, false);
+    testing::internal::CaptureStdout();
+    quiet.report(report);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(text, "100% CPU\n");
+}
+
+TEST(ResultText, GroupedNumbers) {
+    const struct {
+        int64_t value;
+        bool showPlus;
+        const char* text;
+    } cases[] = {{1001000, false, "1 001 000"},
+                 {-5980, false, "-5 980"},
+                 {5980, true, " 5 980"},
+                 {-7, true, "-7"},
+                 {INT64_MIN, false, "-9 223 372 036 854 775 808"}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(formatGroupedNumber(c.value, c.showPlus), c.text) << c.value;
+    }
+}
+
+}  // namespace
