@@ -62,8 +62,11 @@ class ReportWriter {
         formatFlagLine(line_, label, value);
         report_.append(line_);
     }
+    // A blank line, the heading and one flag line per feature.
     template <size_t Count>
-    void flags(const CpuInfo& info, const FlagLine (&lines)[Count]) {
+    void flagSection(const char* heading, const CpuInfo& info, const FlagLine (&lines)[Count]) {
+        blank();
+        fixed(heading);
         for (const FlagLine& line : lines) {
             flag(line.label, info.*line.flag);
         }
@@ -97,18 +100,10 @@ void writeFeatures(ReportWriter& out, const CpuInfo& info) {
     out.fixed("OS Features:");
     out.flag("OS AVX", info.osAvx);
     out.flag("OS AVX512", info.osAvx512);
-    out.blank();
-    out.fixed("Hardware Features:");
-    out.flags(info, kHardwareFlags);
-    out.blank();
-    out.fixed("SIMD: 128-bit");
-    out.flags(info, kSimd128Flags);
-    out.blank();
-    out.fixed("SIMD: 256-bit");
-    out.flags(info, kSimd256Flags);
-    out.blank();
-    out.fixed("SIMD: 512-bit");
-    out.flags(info, kSimd512Flags);
+    out.flagSection("Hardware Features:", info, kHardwareFlags);
+    out.flagSection("SIMD: 128-bit", info, kSimd128Flags);
+    out.flagSection("SIMD: 256-bit", info, kSimd256Flags);
+    out.flagSection("SIMD: 512-bit", info, kSimd512Flags);
     out.blank();
     out.fixed("AVX Summary:");
     out.flag("Can use AVX", info.hwAvx && info.osAvx);
