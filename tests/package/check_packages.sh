@@ -31,6 +31,7 @@ trap 'exit 1' INT TERM HUP
 
 # The one file matching a pattern in dist/, or a failure naming what is there.
 only_file() {
+  # shellcheck disable=SC2206 # the pattern is meant to expand
   local files=("$dist"/$1)
   if [ ${#files[@]} -ne 1 ] || [ ! -f "${files[0]}" ]; then
     echo "FAIL: expected exactly one $1 in $dist, found: ${files[*]}" >&2
