@@ -44,9 +44,14 @@ void printFiller(const FillerRequest& filler) {
 }
 
 // Runs the test as often as it asks, keeping each run's PS in run order; resultText holds the
-// last run's text afterwards. False as soon as a run could not start its workers (it has said so).
+// last run's text afterwards. False as soon as a run could not start its workers (it has said so)
+// or the output of the run before could not be written.
 bool runTest(const TestSpec& test, QString& resultText, float* ps) {
     for (int i = 0; i < test.runs; ++i) {
+        // Each run's lines reach the output before the next one starts.
+        if (i > 0 && !flushStandardOutput()) {
+            return false;
+        }
         // The runs take the flags by reference, so they are set afresh before every call.
         bool verbose = test.verbose;
         bool speed = test.speed;
@@ -55,8 +60,7 @@ bool runTest(const TestSpec& test, QString& resultText, float* ps) {
             test.allCores ? runAllCoresTest(resultText, verbose, nullptr, nullptr)
                           : runSingleCoreTest(resultText, verbose, speed, scaleOneWorker, -1,
                                               nullptr, nullptr);
-        // Each run's lines reach the output before the next one starts.
-        if (!score || !flushStandardOutput()) {
+        if (!score) {
             return false;
         }
         ps[i] = *score;
@@ -73,7 +77,7 @@ int outputFailed() {
 
 // Stops a run that cannot go on: its output failed, or a run could not start its workers.
 int stopped() {
-    return standardOutputError() != 0 ? outputFailed() : kRunFailedStatus;
+    return flushStandardOutput() ? kRunFailedStatus : outputFailed();
 }
 
 }  // namespace
@@ -136,6 +140,9 @@ int runCorebench(int argc, char** argv) {
         return stopped();
     }
     const int32_t elapsedMs = stopwatch.elapsedMs();
+    if (!flushStandardOutput()) {
+        return outputFailed();
+    }
     puts(resultText.toLatin1().constData());
 
     int32_t value = 0;
