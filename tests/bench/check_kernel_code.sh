@@ -58,9 +58,12 @@ expect() {
 call=$'\tcall '
 reloc() { echo "R_X86_64_[A-Z0-9_]+[ \t]+$1[-+]"; }
 
-# Three signed divisions per step, at the integer width, and no calls.
-expect integerLoop64 "idiv;idiv +%r([a-z][a-z]|[0-9]+)\$|idivq;$call" "3 3 0"
-expect integerLoop32 "idiv;idiv +%(e[a-z][a-z]|r[0-9]+d)\$|idivl;$call" "3 3 0"
+# Three signed divisions per step, at the integer width, and no calls. The parity of the step is
+# a branch, not a conditional move on the chain of dependent divisions, and d is computed from the
+# sums: folded, it would be b + 1 or b - 1, a single lea of b with displacement 1.
+lea_one='lea +-?0x1\(%[a-z0-9]+\),'
+expect integerLoop64 "idiv;idiv +%r([a-z][a-z]|[0-9]+)\$|idivq;$call;cmov;$lea_one" "3 3 0 0 0"
+expect integerLoop32 "idiv;idiv +%(e[a-z][a-z]|r[0-9]+d)\$|idivl;$call;cmov;$lea_one" "3 3 0 0 0"
 # One root and one multiplication per step, eight steps per turn.
 expect sqrtLoopSingle "sqrtss;mulss;$call" "8 8 0"
 expect sqrtLoopDouble "sqrtsd;mulsd;$call" "8 8 0"
