@@ -14,6 +14,11 @@ format=$("$objdump" -f "$library" | sed -n 's/.*file format //p' | head -n 1)
 case "$format" in
   elf64-x86-64) arch=x86_64 ;;
   elf64-littleaarch64) arch=aarch64 ;;
+  elf32-little | elf32-big | elf64-little | elf64-big)
+    # A generic ELF format: this objdump does not know the library's processor.
+    echo "FAIL: $objdump cannot disassemble $library; give the target's objdump"
+    exit 1
+    ;;
   *)
     echo "skipped: the checks read x86-64 or arm64 ELF code, not '$format'"
     exit 77
