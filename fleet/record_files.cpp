@@ -62,6 +62,9 @@ RecordLoad loadRecords(const QStringList& paths) {
             for (const QString& file : files) {
                 loadFile(file, load);
             }
+        } else if (!info.isFile()) {
+            // A pipe or device could block the whole comparison.
+            load.problems << QStringLiteral("%1: not a regular file").arg(path);
         } else {
             loadFile(path, load);
         }
