@@ -92,7 +92,7 @@ QByteArray formatCompareTable(const std::vector<CompareRow>& rows) {
     QVector<int> widths(lines.front().size(), 0);
     for (const QStringList& line : lines) {
         for (int i = 0; i < line.size(); ++i) {
-            widths[i] = std::max(widths[i], line[i].size());
+            widths[i] = std::max(widths[i], static_cast<int>(line[i].size()));
         }
     }
     QString text;
