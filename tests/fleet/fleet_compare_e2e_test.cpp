@@ -15,7 +15,7 @@
 namespace {
 
 class FleetCompareProgram : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         ASSERT_TRUE(dir.isValid());
         // One real record, imported from a captured log, is the pattern of the others.
@@ -80,13 +80,15 @@ TEST_F(FleetCompareProgram, BadInputIsNamedAndTheRestStillCounts) {
     writeFile(path("fleet/list.json"), "[]");
     writeFile(path("fleet/n0.log"), "not a record, not read");  // only *.json in folders
     ASSERT_EQ(mkfifo(qPrintable(path("pipe.json")), 0644), 0);
-    const FleetResult result =
-        runFleet({"compare", "--format", "csv", path("fleet"), path("nothing-here"), path("pipe.json")},
-                 COREBENCH_FLEET, 30000);
+    const FleetResult result = runFleet(
+        {"compare", "--format", "csv", path("fleet"), path("nothing-here"), path("pipe.json")},
+        COREBENCH_FLEET, 30000);
     EXPECT_EQ(result.status, 2);
     const QString err = QString::fromUtf8(result.err);
-    EXPECT_TRUE(err.contains(path("fleet/notjson.json") + ": invalid record: not JSON")) << err.toStdString();
-    EXPECT_TRUE(err.contains(path("fleet/incomplete.json") + ": invalid record: key \"cpu_model\" is missing"))
+    EXPECT_TRUE(err.contains(path("fleet/notjson.json") + ": invalid record: not JSON"))
+        << err.toStdString();
+    EXPECT_TRUE(err.contains(path("fleet/incomplete.json") +
+                             ": invalid record: key \"cpu_model\" is missing"))
         << err.toStdString();
     EXPECT_TRUE(err.contains(path("fleet/list.json") + ": invalid record: not a JSON object"));
     EXPECT_TRUE(err.contains(path("nothing-here") + ": no such file or folder"));

@@ -12,8 +12,9 @@
 
 namespace {
 
-LoadedRecord node(const QString& host, double ps, const QString& model = QStringLiteral("EPYC 7543"),
-                  int day = 1, QVector<double> threads = {}) {
+LoadedRecord node(const QString& host, double ps,
+                  const QString& model = QStringLiteral("EPYC 7543"), int day = 1,
+                  QVector<double> threads = {}) {
     LoadedRecord loaded;
     Record& r = loaded.record;
     r.host = host;
@@ -114,7 +115,8 @@ TEST(FleetCompare, FlagsASlowCore) {
     const std::vector<CompareRow> rows = compareRecords(records, CompareOptions());
     const CompareRow& slow = rowOf(rows, "onecore");
     EXPECT_TRUE(slow.flagged);
-    EXPECT_EQ(slow.reasons, QStringList{"slow core: thread 2 at 0.800 of the median thread (floor 0.9)"});
+    EXPECT_EQ(slow.reasons,
+              QStringList{"slow core: thread 2 at 0.800 of the median thread (floor 0.9)"});
     EXPECT_DOUBLE_EQ(*slow.minThreadPs, 8.0);
     EXPECT_DOUBLE_EQ(*slow.medianThreadPs, 10.0);
     EXPECT_FALSE(rowOf(rows, "even").flagged);
@@ -196,11 +198,13 @@ TEST(CompareFormat, JsonAndTableCarryTheSameColumns) {
     EXPECT_EQ(first.value("ratio").toDouble(), 0.824);
     EXPECT_TRUE(first.value("robust_z").isNull());
     EXPECT_TRUE(first.value("cv").isNull());
-    EXPECT_EQ(first.value("cpu_model").toString(), QStringLiteral("AMD EPYC 7543 32-Core, \"B\" stepping"));
+    EXPECT_EQ(first.value("cpu_model").toString(),
+              QStringLiteral("AMD EPYC 7543 32-Core, \"B\" stepping"));
 
     const QStringList table = QString::fromUtf8(formatCompareTable(formatted())).split('\n');
     ASSERT_EQ(table.size(), 4);
-    EXPECT_TRUE(table[0].startsWith(QLatin1String("host  test  started_at            flagged  reason")));
+    EXPECT_TRUE(
+        table[0].startsWith(QLatin1String("host  test  started_at            flagged  reason")));
     // Aligned: every column starts at the same place on every line.
     const int psColumn = table[0].indexOf(QLatin1String("ps_result"));
     EXPECT_EQ(table[1].mid(psColumn, 6), QStringLiteral("70.000"));

@@ -39,18 +39,19 @@ QString hostName() {
 }
 
 class FleetRun : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override { ASSERT_TRUE(dir.isValid()); }
     QString path(const QString& name) const { return dir.filePath(name); }
 
     // Replays a captured log and exits with the status that run had; records its arguments.
     QString replaying(const char* log, int status) {
-        return fakeCorebench(path("corebench"),
-                             QStringLiteral("for a in \"$@\"; do printf '[%s]' \"$a\"; done > '%1'\n"
-                                            "cat '%2/%3'\nexit %4\n")
-                                 .arg(path("args"), kData, QLatin1String(log))
-                                 .arg(status)
-                                 .toUtf8());
+        return fakeCorebench(
+            path("corebench"),
+            QStringLiteral("for a in \"$@\"; do printf '[%s]' \"$a\"; done > '%1'\n"
+                           "cat '%2/%3'\nexit %4\n")
+                .arg(path("args"), kData, QLatin1String(log))
+                .arg(status)
+                .toUtf8());
     }
 
     QTemporaryDir dir;
@@ -66,7 +67,8 @@ TEST_F(FleetRun, RecordsWhatCorebenchPrintedAndPassesItThrough) {
     const QByteArray captured = readFile(kData + "/singlespeed-divider1-filler.log");
     EXPECT_EQ(result.out, captured);
     // corebench's arguments go through unchanged, options and blanks included.
-    EXPECT_EQ(readFile(path("args")), QByteArray("[SingleSpeed][exitCodeThreshold][-1][a b][LoremIpsum]"));
+    EXPECT_EQ(readFile(path("args")),
+              QByteArray("[SingleSpeed][exitCodeThreshold][-1][a b][LoremIpsum]"));
 
     const QStringList logs = filesIn(path("out"), "*.log");
     ASSERT_EQ(logs.size(), 1);
@@ -126,8 +128,10 @@ TEST_F(FleetRun, FailuresGiveTheirStatusAndKeepTheLog) {
         bool logKept;
     };
     const Case cases[] = {
-        {"crash", "echo 'CPU PS Test...'\nkill -SEGV $$\n", 4, "killed by a signal or crashed", true},
-        {"killed", "echo 'CPU PS Test...'\nkill -KILL $$\n", 4, "killed by a signal or crashed", true},
+        {"crash", "echo 'CPU PS Test...'\nkill -SEGV $$\n", 4, "killed by a signal or crashed",
+         true},
+        {"killed", "echo 'CPU PS Test...'\nkill -KILL $$\n", 4, "killed by a signal or crashed",
+         true},
         {"silent", "exit 0\n", 5, "corebench printed nothing", true},
         {"usage", "echo 'Usage: '\nexit 0\n", 5, "usage text", true},
         {"cut off", "head -c 900 '" + kData.toUtf8() + "/singlespeed-divider1.log'\nexit 0\n", 5,
@@ -159,17 +163,22 @@ TEST_F(FleetRun, FailuresGiveTheirStatusAndKeepTheLog) {
 TEST_F(FleetRun, CorebenchThatCannotStartOrUnwritableFolders) {
     writeFile(path("noexec"), "#!/bin/sh\n", QFile::ReadOwner | QFile::WriteOwner);
     // Executable but no program: exec fails.
-    writeFile(path("garbage"), QByteArray("\x7f" "ELF\x01\x02 not a program", 22),
+    writeFile(path("garbage"),
+              QByteArray("\x7f"
+                         "ELF\x01\x02 not a program",
+                         22),
               QFile::ReadOwner | QFile::ExeOwner);
     EXPECT_EQ(runFleet({"run", "--corebench", path("noexec"), "--out", path("o")}).status, 3);
-    const FleetResult garbage = runFleet({"run", "--corebench", path("garbage"), "--out", path("o")});
+    const FleetResult garbage =
+        runFleet({"run", "--corebench", path("garbage"), "--out", path("o")});
     EXPECT_EQ(garbage.status, 3) << garbage.err.toStdString();
     EXPECT_TRUE(garbage.err.contains("cannot start")) << garbage.err.toStdString();
     EXPECT_TRUE(filesIn(path("o"), "*").isEmpty());
 
     const QString corebench = replaying("singlespeed-divider1.log", 22);
     writeFile(path("plainfile"), "x");
-    const FleetResult out = runFleet({"run", "--corebench", corebench, "--out", path("plainfile/sub")});
+    const FleetResult out =
+        runFleet({"run", "--corebench", corebench, "--out", path("plainfile/sub")});
     EXPECT_EQ(out.status, 6) << out.err.toStdString();
     EXPECT_FALSE(QFile::exists(path("args"))) << "nothing is run when nothing can be kept";
     const FleetResult prom = runFleet({"run", "--corebench", corebench, "--out", path("o2"),
@@ -192,18 +201,19 @@ TEST_F(FleetRun, ImportsExistingLogs) {
     aged.setFileTime(QDateTime(QDate(2024, 2, 29), QTime(23, 59, 59), Qt::UTC),
                      QFileDevice::FileModificationTime);
     aged.close();
-    const FleetResult result =
-        runFleet({"import", "--out", path("records"), "--prom", path("prom"), path("logs/node03.farm.log"),
-                  path("logs/broken.log"), path("logs/node04.log"), path("logs/missing.log")});
+    const FleetResult result = runFleet({"import", "--out", path("records"), "--prom", path("prom"),
+                                         path("logs/node03.farm.log"), path("logs/broken.log"),
+                                         path("logs/node04.log"), path("logs/missing.log")});
     // Two could not be read; the others are recorded all the same.
     EXPECT_EQ(result.status, 5) << result.err.toStdString();
-    EXPECT_TRUE(result.err.contains("broken.log: corebench's output did not parse")) << result.err.toStdString();
+    EXPECT_TRUE(result.err.contains("broken.log: corebench's output did not parse"))
+        << result.err.toStdString();
     EXPECT_TRUE(result.err.contains("missing.log: cannot read")) << result.err.toStdString();
     // The run ended at the log's time and took Time_Exec (239 s).
     const QStringList records = filesIn(path("records"), "*.json");
-    EXPECT_EQ(records, (QStringList{"node03-AllVerbose-20240229T235600Z.json",
-                                    records.value(1)}));
-    EXPECT_TRUE(records.value(1).startsWith("node04-SingleSpeed-")) << records.value(1).toStdString();
+    EXPECT_EQ(records, (QStringList{"node03-AllVerbose-20240229T235600Z.json", records.value(1)}));
+    EXPECT_TRUE(records.value(1).startsWith("node04-SingleSpeed-"))
+        << records.value(1).toStdString();
     const QJsonObject record =
         QJsonDocument::fromJson(readFile(path("records/") + records.value(0))).object();
     EXPECT_EQ(record.value("source").toString(), QStringLiteral("import"));
@@ -230,8 +240,8 @@ TEST_F(FleetRun, ImportsExistingLogs) {
 // The real corebench once: its quickest test, a few seconds of one core.
 TEST(FleetRealCorebench, SingleSpeedRecordMatchesItsLog) {
     QTemporaryDir dir;
-    const FleetResult result = runFleet({"run", "--corebench", COREBENCH_BINARY, "--out", dir.path(),
-                                         "--", "SingleSpeed", "exitCodeThreshold", "1"},
+    const FleetResult result = runFleet({"run", "--corebench", COREBENCH_BINARY, "--out",
+                                         dir.path(), "--", "SingleSpeed", "exitCodeThreshold", "1"},
                                         COREBENCH_FLEET, 300000);
     ASSERT_EQ(result.status, 0) << result.err.toStdString();
     const QJsonObject record = onlyRecord(dir.path());

@@ -30,7 +30,12 @@ TEST(LogParser, ReadsCapturedRuns) {
         {"singlespeed-divider1-filler.log", {12.244}, 24.488, 24, false, 6, "SingleSpeed"},
         {"singlespeed-divider-negative.log", {12.306}, 24.612, -24, false, 5, "SingleSpeed"},
         // A zero divider prints the minimum int; the shell sees status 0.
-        {"allverbose-divider0-houdini.log", {2.725, 2.750}, 5.475, -2147483648LL, true, 239,
+        {"allverbose-divider0-houdini.log",
+         {2.725, 2.750},
+         5.475,
+         -2147483648LL,
+         true,
+         239,
          "AllVerbose"},
     };
     for (const Expected& expected : cases) {
@@ -146,13 +151,15 @@ TEST(LogParser, IncompleteOutputNamesWhatIsMissing) {
     const Case cases[] = {
         {"nothing", QByteArray(), "printed nothing"},
         {"blank lines", QByteArray("\n\n"), "printed nothing"},
-        {"usage text", QByteArray("12:00.00\nOperatingSystem: MAC\nUsage: \ncorebench [testName]\n"),
+        {"usage text",
+         QByteArray("12:00.00\nOperatingSystem: MAC\nUsage: \ncorebench [testName]\n"),
          "usage text"},
         {"cut before Time_Exec", real.left(real.indexOf("Time_Exec")), "no complete result"},
         {"no totalSpeed", replaced(real, "=totalSpeed", "=totalspeed"), "=totalSpeed"},
         {"thread 0 missing", replaced(real, "adding thread 0:", "adding thread 1:"), "thread 0"},
         {"more threads created than added",
-         replaced(real, "Creating 1 threads", "Creating 2 threads"), "created 2 threads but added 1"},
+         replaced(real, "Creating 1 threads", "Creating 2 threads"),
+         "created 2 threads but added 1"},
         {"no CPU PS Test line", replaced(real, "CPU PS Test...", "CPU PS Test"), "CPU PS Test"},
     };
     for (const Case& c : cases) {
@@ -174,10 +181,11 @@ QByteArray verboseRuns(const QVector<double>& runs) {
     for (const double ps : runs) {
         text += runBody + "psTest: PS_Result: " + QByteArray::number(ps, 'f', 3) + "\n";
     }
-    text += "CPU PS Test...\nCreating 1 threads\nadding thread 0: 2.725PS (219 439 ms, 130 loops)\n"
-            "=totalSpeed 2.725 PS (Average per core: 2.725 PS)\nPS_Result: " +
-            QByteArray::number(runs.last(), 'f', 3) +
-            "\n\nTime_Exec: 1200 sec\nCore*Time: 2400000\n12:00.00\n";
+    text +=
+        "CPU PS Test...\nCreating 1 threads\nadding thread 0: 2.725PS (219 439 ms, 130 loops)\n"
+        "=totalSpeed 2.725 PS (Average per core: 2.725 PS)\nPS_Result: " +
+        QByteArray::number(runs.last(), 'f', 3) +
+        "\n\nTime_Exec: 1200 sec\nCore*Time: 2400000\n12:00.00\n";
     return text;
 }
 
@@ -196,7 +204,8 @@ TEST(LogParser, VerboseRepeatedRunsEachCount) {
 TEST(TestNames, MatchLikeCorebench) {
     EXPECT_EQ(canonicalTestName(QString()), QStringLiteral("All"));
     EXPECT_EQ(canonicalTestName(QStringLiteral("SINGLESPEED")), QStringLiteral("SingleSpeed"));
-    EXPECT_EQ(canonicalTestName(QStringLiteral("single5verbose")), QStringLiteral("Single5Verbose"));
+    EXPECT_EQ(canonicalTestName(QStringLiteral("single5verbose")),
+              QStringLiteral("Single5Verbose"));
     EXPECT_EQ(canonicalTestName(QStringLiteral("Single5 ")), QString());
     EXPECT_EQ(canonicalTestName(QStringLiteral("LoremIpsum")), QString());
     EXPECT_EQ(runsOfTest(QStringLiteral("Single10Verbose")), 10);

@@ -22,26 +22,27 @@ Record record(const QString& test, double ps) {
 
 TEST(PromExport, WritesEverySeriesWithHelpAndType) {
     const QString text = QString::fromUtf8(promText(record("All", 25.5), QByteArray()));
-    EXPECT_EQ(text,
-              "# HELP corebench_score_ps Score (PS) of the latest corebench run of the test.\n"
-              "# TYPE corebench_score_ps gauge\n"
-              "corebench_score_ps{test=\"All\"} 25.5\n"
-              "# HELP corebench_thread_score_ps Score (PS) of each worker thread in the latest run "
-              "of the test.\n"
-              "# TYPE corebench_thread_score_ps gauge\n"
-              "corebench_thread_score_ps{test=\"All\",thread=\"0\"} 12.75\n"
-              "corebench_thread_score_ps{test=\"All\",thread=\"1\"} 12.75\n"
-              "# HELP corebench_last_run_timestamp_seconds Start of the latest corebench run of the "
-              "test, in seconds since the epoch.\n"
-              "# TYPE corebench_last_run_timestamp_seconds gauge\n"
-              "corebench_last_run_timestamp_seconds{test=\"All\"} 1795453980\n"
-              "# HELP corebench_run_duration_seconds Duration of the latest corebench run of the "
-              "test.\n"
-              "# TYPE corebench_run_duration_seconds gauge\n"
-              "corebench_run_duration_seconds{test=\"All\"} 5.25\n"
-              "# HELP corebench_info The CPU and corebench binary of the latest run; always 1.\n"
-              "# TYPE corebench_info gauge\n"
-              "corebench_info{cpu_model=\"AMD EPYC 7543\",corebench_sha256=\"ab12\"} 1\n");
+    EXPECT_EQ(
+        text,
+        "# HELP corebench_score_ps Score (PS) of the latest corebench run of the test.\n"
+        "# TYPE corebench_score_ps gauge\n"
+        "corebench_score_ps{test=\"All\"} 25.5\n"
+        "# HELP corebench_thread_score_ps Score (PS) of each worker thread in the latest run "
+        "of the test.\n"
+        "# TYPE corebench_thread_score_ps gauge\n"
+        "corebench_thread_score_ps{test=\"All\",thread=\"0\"} 12.75\n"
+        "corebench_thread_score_ps{test=\"All\",thread=\"1\"} 12.75\n"
+        "# HELP corebench_last_run_timestamp_seconds Start of the latest corebench run of the "
+        "test, in seconds since the epoch.\n"
+        "# TYPE corebench_last_run_timestamp_seconds gauge\n"
+        "corebench_last_run_timestamp_seconds{test=\"All\"} 1795453980\n"
+        "# HELP corebench_run_duration_seconds Duration of the latest corebench run of the "
+        "test.\n"
+        "# TYPE corebench_run_duration_seconds gauge\n"
+        "corebench_run_duration_seconds{test=\"All\"} 5.25\n"
+        "# HELP corebench_info The CPU and corebench binary of the latest run; always 1.\n"
+        "# TYPE corebench_info gauge\n"
+        "corebench_info{cpu_model=\"AMD EPYC 7543\",corebench_sha256=\"ab12\"} 1\n");
 }
 
 TEST(PromExport, KeepsOtherTestsAndReplacesItsOwn) {
@@ -54,7 +55,8 @@ TEST(PromExport, KeepsOtherTestsAndReplacesItsOwn) {
     const QString text = QString::fromUtf8(file);
     EXPECT_TRUE(text.contains("corebench_score_ps{test=\"All\"} 30\n"));
     EXPECT_TRUE(text.contains("corebench_score_ps{test=\"SingleSpeed\"} 22.4\n"));
-    EXPECT_TRUE(text.contains("corebench_thread_score_ps{test=\"SingleSpeed\",thread=\"1\"} 11.2\n"));
+    EXPECT_TRUE(
+        text.contains("corebench_thread_score_ps{test=\"SingleSpeed\",thread=\"1\"} 11.2\n"));
     EXPECT_FALSE(text.contains("corebench_thread_score_ps{test=\"All\",thread=\"1\"}"));
     EXPECT_EQ(text.count("corebench_info{"), 1);
     EXPECT_TRUE(text.contains("corebench_sha256=\"cd34\"} 1\n"));
@@ -73,8 +75,10 @@ TEST(PromExport, EscapesLabelValuesAndReadsThemBack) {
     odd.psResult.reset();
     const QByteArray first = promText(odd, QByteArray());
     const QString text = QString::fromUtf8(first);
-    EXPECT_TRUE(text.contains("corebench_info{cpu_model=\"CPU \\\"X\\\"\\nrev\\\\2\",corebench_sha256=\"\"} 1\n"));
-    EXPECT_TRUE(text.contains("corebench_thread_score_ps{test=\"Odd\\\"Test\\\\\",thread=\"0\"} 5\n"));
+    EXPECT_TRUE(text.contains(
+        "corebench_info{cpu_model=\"CPU \\\"X\\\"\\nrev\\\\2\",corebench_sha256=\"\"} 1\n"));
+    EXPECT_TRUE(
+        text.contains("corebench_thread_score_ps{test=\"Odd\\\"Test\\\\\",thread=\"0\"} 5\n"));
     EXPECT_FALSE(text.contains("corebench_score_ps{"));
     EXPECT_FALSE(text.contains("corebench_run_duration_seconds{"));
     // The escaped test name is recognised as the same test when the file is merged again.

@@ -13,12 +13,17 @@
 
 namespace {
 
-const QStringList kSchemaKeys = {
-    "schema",       "host",         "test",          "started_at",     "duration_s",
-    "threads",      "thread_ps",    "ps_result",     "exit_value",     "status",
-    "cpu_model",    "logical_cpus", "physical_cpus", "hyperthreading", "mhz_current",
-    "mhz_max",      "ram_gib",      "os",            "errors",         "corebench_sha256",
-    "source"};
+const QStringList kSchemaKeys = {"schema",        "host",
+                                 "test",          "started_at",
+                                 "duration_s",    "threads",
+                                 "thread_ps",     "ps_result",
+                                 "exit_value",    "status",
+                                 "cpu_model",     "logical_cpus",
+                                 "physical_cpus", "hyperthreading",
+                                 "mhz_current",   "mhz_max",
+                                 "ram_gib",       "os",
+                                 "errors",        "corebench_sha256",
+                                 "source"};
 
 RecordOrigin importOrigin(const char* test) {
     RecordOrigin origin;
