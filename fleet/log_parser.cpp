@@ -1,6 +1,7 @@
 #include "log_parser.h"
 
 #include <QRegularExpression>
+#include <algorithm>
 
 namespace {
 
@@ -47,15 +48,13 @@ std::optional<qint64> knownMhz(const QString& prefix, const QString& line) {
     return value && *value >= 0 ? value : std::nullopt;
 }
 
-// The lines corebench prints before anything else; filler follows them, so only the first
-// occurrences up to "OperatingSystem: MAC" count.
+// The summary corebench prints before anything else, ending in "OperatingSystem: MAC"; filler
+// follows it, so only the first such block counts. A job script may have printed lines before it.
 void readSummary(const QStringList& lines, ParsedLog& log) {
-    for (int i = 0; i < lines.size() && i < 8; ++i) {
+    const int end = lines.indexOf(QStringLiteral("OperatingSystem: MAC"));
+    for (int i = std::max(0, end - 4); i < end; ++i) {
         const QString& line = lines[i];
-        if (line == QLatin1String("OperatingSystem: MAC")) {
-            return;
-        }
-        if (line.startsWith(QLatin1String("SpecificOperSys: ")) && !log.os) {
+        if (line.startsWith(QLatin1String("SpecificOperSys: "))) {
             log.os = line.mid(17);
         } else if (const auto threads = integerAfter(QStringLiteral("NumberOfThreads: "), line)) {
             log.summaryThreads = static_cast<int>(*threads);

@@ -4,11 +4,18 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QSaveFile>
+#include <QSet>
 #include <algorithm>
 
 namespace {
 
-void loadFile(const QString& path, RecordLoad& load) {
+void loadFile(const QString& path, RecordLoad& load, QSet<QString>& seen) {
+    // A record named twice (a folder and a file in it) still counts once.
+    const QString canonical = QFileInfo(path).canonicalFilePath();
+    if (seen.contains(canonical)) {
+        return;
+    }
+    seen.insert(canonical);
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
         load.problems << QStringLiteral("%1: cannot read: %2").arg(path, file.errorString());
@@ -42,6 +49,7 @@ bool writeFileAtomically(const QString& path, const QByteArray& bytes, QString* 
 
 RecordLoad loadRecords(const QStringList& paths) {
     RecordLoad load;
+    QSet<QString> seen;
     for (const QString& path : paths) {
         const QFileInfo info(path);
         if (!info.exists()) {
@@ -60,13 +68,13 @@ RecordLoad loadRecords(const QStringList& paths) {
             // Directory order is the file system's; sorted, the output is the same everywhere.
             std::sort(files.begin(), files.end());
             for (const QString& file : files) {
-                loadFile(file, load);
+                loadFile(file, load, seen);
             }
         } else if (!info.isFile()) {
             // A pipe or device could block the whole comparison.
             load.problems << QStringLiteral("%1: not a regular file").arg(path);
         } else {
-            loadFile(path, load);
+            loadFile(path, load, seen);
         }
     }
     return load;

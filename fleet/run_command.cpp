@@ -92,6 +92,9 @@ int runCommand(const QStringList& arguments) {
     }
     RecordOrigin origin;
     origin.host = shortHostName(QSysInfo::machineHostName());
+    if (origin.host.isEmpty()) {
+        origin.host = QStringLiteral("unknown");
+    }
     const QString testWord = corebenchArguments.value(0);
     origin.test = canonicalTestName(testWord);
     origin.startedAt = QDateTime::currentDateTimeUtc();

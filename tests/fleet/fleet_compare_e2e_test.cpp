@@ -54,6 +54,12 @@ TEST_F(FleetCompareProgram, ExitsZeroOrOneByWhatItFinds) {
     EXPECT_EQ(clean.status, 0) << clean.err.toStdString();
     EXPECT_EQ(clean.out.count('\n'), 6);  // header and five nodes, read from nested folders
     EXPECT_TRUE(clean.err.isEmpty()) << clean.err.toStdString();
+    // A record named twice, in its folder and on its own, counts once.
+    const FleetResult twice =
+        runFleet({"compare", "--format", "csv", path("fleet"), path("fleet/rack0/n0.json")});
+    EXPECT_EQ(twice.out.count('\n'), 6);
+    EXPECT_TRUE(twice.out.contains(",1,2,")) << twice.out.toStdString();
+    EXPECT_FALSE(twice.out.contains(",2,2,")) << twice.out.toStdString();
 
     addRecord("fleet/slow.json", "n9", 15.0);
     const FleetResult flagged = runFleet({"compare", "--format", "csv", path("fleet")});

@@ -165,8 +165,7 @@ TEST_F(FleetRun, CorebenchThatCannotStartOrUnwritableFolders) {
     // Executable but no program: exec fails.
     writeFile(path("garbage"),
               QByteArray("\x7f"
-                         "ELF\x01\x02 not a program",
-                         22),
+                         "ELF\x01\x02 not a program"),
               QFile::ReadOwner | QFile::ExeOwner);
     EXPECT_EQ(runFleet({"run", "--corebench", path("noexec"), "--out", path("o")}).status, 3);
     const FleetResult garbage =

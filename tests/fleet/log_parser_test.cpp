@@ -141,6 +141,17 @@ TEST(LogParser, CarriageReturnsAndLatin1AreRead) {
     EXPECT_EQ(log.exitValue, 22);
 }
 
+TEST(LogParser, JobScriptLinesAroundTheOutputAreIgnored) {
+    const QByteArray text = "job 4711 on node17\nOperatingSystem: Linux\n" +
+                            capturedLog("singlespeed-divider1.log") +
+                            "job done\nPS_Result: 1.000\n";
+    const ParsedLog log = parseCorebenchLog(text);
+    ASSERT_TRUE(log.ok) << log.problem.toStdString();
+    EXPECT_EQ(log.os, QStringLiteral("debian12"));
+    EXPECT_EQ(log.ramGib, 24);
+    EXPECT_DOUBLE_EQ(log.psResult, 22.444);
+}
+
 TEST(LogParser, IncompleteOutputNamesWhatIsMissing) {
     const QByteArray real = capturedLog("singlespeed-divider1.log");
     struct Case {
