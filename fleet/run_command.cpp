@@ -12,6 +12,7 @@
 
 #include "fleet_commands.h"
 #include "log_parser.h"
+#include "pseudo_terminal.h"
 #include "record.h"
 #include "record_files.h"
 #include "test_names.h"
@@ -115,6 +116,10 @@ int runCommand(const QStringList& arguments) {
     process.setArguments(corebenchArguments);
     process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     process.setStandardInputFile(QProcess::nullDevice());
+    PseudoTerminal terminal;
+    if (terminal.isOpen()) {
+        process.setStandardOutputFile(terminal.childPath());
+    }
     QElapsedTimer timer;
     timer.start();
     process.start();
@@ -123,22 +128,38 @@ int runCommand(const QStringList& arguments) {
         log.remove();
         return kStatusNotFound;
     }
+    terminal.closeChildSide();
     // No time limit: a corebench that never ends is for the job's own time limit to stop.
     QByteArray output;
     bool logFailed = false;
-    for (;;) {
-        const bool more = process.waitForReadyRead(1000);
-        const QByteArray chunk = process.readAllStandardOutput();
+    auto take = [&](const QByteArray& chunk) {
         output += chunk;
         passThrough(chunk, log, &logFailed);
-        if (!more && process.state() == QProcess::NotRunning) {
-            break;
+    };
+    if (terminal.isOpen()) {
+        for (bool ended = false; !ended;) {
+            const QByteArray chunk = terminal.read(1000, &ended);
+            take(chunk);
+            // Something corebench started may hold the terminal open after it ended: what is
+            // there is read, then the run is over.
+            if (!ended && chunk.isEmpty() && process.waitForFinished(0)) {
+                for (QByteArray rest; !ended && !(rest = terminal.read(0, &ended)).isEmpty();) {
+                    take(rest);
+                }
+                break;
+            }
+        }
+    } else {
+        for (;;) {
+            const bool more = process.waitForReadyRead(1000);
+            take(process.readAllStandardOutput());
+            if (!more && process.state() == QProcess::NotRunning) {
+                break;
+            }
         }
     }
     process.waitForFinished(-1);
-    const QByteArray rest = process.readAllStandardOutput();
-    output += rest;
-    passThrough(rest, log, &logFailed);
+    take(process.readAllStandardOutput());
     origin.durationS = static_cast<double>(timer.elapsed()) / 1000.0;
     if (!log.flush() || logFailed) {
         logFailed = true;
