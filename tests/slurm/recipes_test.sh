@@ -213,6 +213,9 @@ sed -i 's/^  RECORDS = .*/RECORDS=/' "$conf"
 hc_fault "no records folder" "RECORDS (the shared records folder) is not set"
 conf=$tmp/missing.conf
 hc_fault "no settings file" "cannot read settings file $tmp/missing.conf"
+# The shipped example parses: the first complaint is the example's records folder.
+conf=$contrib/healthcheck.conf.example
+hc_fault "the example settings" "records folder /shared/corebench/records is not there"
 conf=$tmp/healthcheck.conf
 
 # ---------------------------------------------------------------- sweep
