@@ -163,7 +163,9 @@ check "new reason replaces ours" IDLE+DRAIN "corebench: old" IDLE+DRAIN \
 check "bad node drained by someone else" IDLE+DRAIN "fan" IDLE+DRAIN "fan" "already drained by someone else: fan"
 
 report "$(row n1 All "$old_iso" no "" 90)"
-check "stale record" IDLE "" IDLE+DRAIN "corebench: newest record 240h old (max 8d)" "drained"
+check "stale record" IDLE "" IDLE+DRAIN "corebench: newest record ($old_iso) older than 8d" "drained"
+check "stale record, checked again" IDLE+DRAIN "corebench: newest record ($old_iso) older than 8d" IDLE+DRAIN \
+  "corebench: newest record ($old_iso) older than 8d" "stays drained"
 write_conf 50 11d
 check "record within the age" IDLE "" IDLE "" "healthy"
 write_conf "" ""
