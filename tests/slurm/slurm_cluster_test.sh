@@ -136,6 +136,15 @@ case $node_line in
 esac
 
 mungekey --create --keyfile="$tmp/munge/munge.key"
+# slurmd's own runs of the health check act only once the test switches them on (at the end),
+# so that they cannot race the steps before. They use the test's settings file, which is the one
+# thing a cluster would have in /etc/corebench instead.
+cat > "$tmp/healthcheck-by-slurmd" <<WRAPPER
+#!/bin/sh
+[ -e "$tmp/healthcheck-by-slurmd.on" ] || exit 0
+COREBENCH_HEALTHCHECK_CONF="$tmp/healthcheck.conf" exec "$contrib/corebench-healthcheck" >> "$tmp/log/healthcheck-by-slurmd.log" 2>&1
+WRAPPER
+chmod 755 "$tmp/healthcheck-by-slurmd"
 : > "$tmp/plugstack.conf"
 cat > "$tmp/slurm.conf" <<CONF
 ClusterName=corebenchtest
@@ -166,6 +175,9 @@ ReturnToService=2
 SlurmctldTimeout=30
 SlurmdTimeout=30
 KillWait=5
+HealthCheckProgram=$tmp/healthcheck-by-slurmd
+HealthCheckInterval=2
+HealthCheckNodeState=IDLE
 $node_line NodeAddr=127.0.0.1 Features=ssd State=UNKNOWN
 PartitionName=cb Nodes=$node Default=YES MaxTime=INFINITE State=UP
 CONF
@@ -254,7 +266,7 @@ FLEET="$fleet"
 HC
 }
 healthcheck() {
-  env -i PATH=/usr/bin:/bin SLURMD_NODENAME="$node" COREBENCH_HEALTHCHECK_CONF="$tmp/healthcheck.conf" \
+  env -i SLURMD_NODENAME="$node" COREBENCH_HEALTHCHECK_CONF="$tmp/healthcheck.conf" \
     timeout 60 "$contrib/corebench-healthcheck"
 }
 
@@ -334,4 +346,14 @@ printf '%s\n' "$info" | grep -q 'AvailableFeatures=ssd,cb_fast$' || fail "featur
 printf '%s\n' "$out" | grep -qx "NodeName=$node ... Weight=100 Features=ssd,cb_fast" ||
   fail "no slurm.conf line printed: $out"
 say "node $node: $(printf '%s\n' "$info" | grep -o 'Weight=[0-9]*') $(printf '%s\n' "$info" | grep -o 'AvailableFeatures=[^ ]*')"
+# slurmd runs the check by itself, without SLURM_CONF, on an idle node that is drained too: a
+# node that the check drained comes back once its record passes.
+write_conf "$high"
+healthcheck >/dev/null || fail "health check failed"
+state_is IDLE+DRAIN || fail "node is $(node_state) after a floor above its score, not IDLE+DRAIN"
+write_conf "$low"
+touch "$tmp/healthcheck-by-slurmd.on"
+say "slurmd's health check switched on (floor $low), node $(node_state)"
+wait_for 30 "slurmd's health check resuming node $node" state_is IDLE
+say "node $(node_state): $(grep -h '^corebench-healthcheck' "$tmp/log/healthcheck-by-slurmd.log" | head -n 1)"
 say "passed"
