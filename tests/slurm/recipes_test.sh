@@ -54,7 +54,8 @@ for arg in "$@"; do
     State=RESUME) state=${state%%+*} ;;
     Reason=*) reason=${arg#Reason=} ;;
     Weight=*) weight=${arg#Weight=} ;;
-    Features=*) features=${arg#Features=} ;;
+    AvailableFeatures=*) features=${arg#AvailableFeatures=} ;;
+    ActiveFeatures=*) [ "${arg#ActiveFeatures=}" = "$features" ] || { echo "active not available"; exit 1; } ;;
   esac
 done
 case $state in *DRAIN*) ;; *) reason= ;; esac

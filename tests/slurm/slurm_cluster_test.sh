@@ -336,13 +336,16 @@ row=$(awk -F, -v n="$node" 'NR > 1 && $1 == n && $2 == "SingleSpeed"' "$report.c
 ps=$(printf '%s\n' "$row" | cut -d, -f6)
 say "jobs $bench_job and $report_job COMPLETED; the report counts 2 records of $node, newest $ps PS"
 
-# ---- weights: one node, so the fastest: Weight 100, tier cb_fast, its own feature kept
+# ---- weights: one node, so the fastest: Weight 100, tier cb_fast replacing the tier that an
+# earlier run gave it, its own feature kept
+scontrol update NodeName="$node" AvailableFeatures=ssd,cb_slow ActiveFeatures=ssd,cb_slow
 out=$("$contrib/corebench-weights" --test SingleSpeed --fleet "$fleet" "$tmp/records") ||
   fail "corebench-weights failed: $out"
 say "weights: $(printf '%s' "$out" | tr '\n' '|')"
 info=$(scontrol show node "$node")
 printf '%s\n' "$info" | grep -q ' Weight=100 ' || fail "Weight not set: $info"
-printf '%s\n' "$info" | grep -q 'AvailableFeatures=ssd,cb_fast$' || fail "features not set: $info"
+printf '%s\n' "$info" | grep -q 'AvailableFeatures=ssd,cb_fast$' &&
+  printf '%s\n' "$info" | grep -q 'ActiveFeatures=ssd,cb_fast$' || fail "features not set: $info"
 printf '%s\n' "$out" | grep -qx "NodeName=$node ... Weight=100 Features=ssd,cb_fast" ||
   fail "no slurm.conf line printed: $out"
 say "node $node: $(printf '%s\n' "$info" | grep -o 'Weight=[0-9]*') $(printf '%s\n' "$info" | grep -o 'AvailableFeatures=[^ ]*')"
