@@ -45,6 +45,7 @@ mkdir -m 755 "$tmp/records"
 
 daemon_pids=()
 daemon_names=()
+watchdog=
 
 fail() {
   echo "slurm-test: FAILED: $*" >&2
@@ -66,6 +67,10 @@ stop_pid() {
 cleanup() {
   local status=$? i ids
   trap - EXIT INT TERM
+  if [ -n "$watchdog" ]; then
+    kill -TERM "$watchdog" 2>/dev/null || true
+    wait "$watchdog" 2>/dev/null || true
+  fi
   if [ ${#daemon_pids[@]} -ge 2 ]; then
     # Cancel what is left so that no job step outlives the daemons.
     ids=$(timeout 10 squeue -h -o %i 2>/dev/null || true)
@@ -97,6 +102,20 @@ cleanup() {
 }
 trap cleanup EXIT
 trap 'exit 130' INT TERM
+
+# CTest kills a test that overruns its TIMEOUT (300 s) outright, which would leave the daemons
+# running: stop well before that, through the trap.
+limit=${COREBENCH_SLURM_TEST_LIMIT:-240}
+(
+  trap 'kill "$sleeper" 2>/dev/null; exit 0' TERM
+  sleep "$limit" &
+  sleeper=$!
+  if wait "$sleeper"; then
+    echo "slurm-test: FAILED: still running after $limit s" >&2
+    kill -TERM $$
+  fi
+) &
+watchdog=$!
 
 # wait_for SECONDS WHAT COMMAND...: polls COMMAND every 0.2 s until it succeeds.
 wait_for() {
