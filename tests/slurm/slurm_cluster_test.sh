@@ -136,10 +136,11 @@ port_free() {
   ! awk -v h="$hex" '$4 == "0A" && substr($2, length($2) - 4) == h { found = 1 } END { exit !found }' \
     /proc/net/tcp /proc/net/tcp6 2>/dev/null
 }
-# Two free neighbouring ports away from Slurm's defaults (6817, 6818).
+# Two free neighbouring ports, away from Slurm's defaults (6817, 6818) and below the range the
+# kernel hands out to outgoing connections (32768 and up).
 ctld_port=
 for ((i = 0; i < 50; i++)); do
-  p=$((20000 + (RANDOM % 20000) * 2))
+  p=$((20000 + (RANDOM % 6000) * 2))
   if port_free "$p" && port_free $((p + 1)); then
     ctld_port=$p
     break
