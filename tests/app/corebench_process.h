@@ -32,12 +32,21 @@ struct RunOptions {
     int timeoutMs = 300000;
 };
 
+// The emulator (its words) that runs the program in a cross build; empty for a native one.
+inline const std::vector<std::string>& corebenchLauncher() {
+    static const std::vector<std::string> launcher = COREBENCH_LAUNCHER;
+    return launcher;
+}
+
 // Starts corebench with stdout and stderr as given (-1 leaves the test's own); 0 when it could
 // not be started.
 inline pid_t spawnCorebench(const std::vector<std::string>& arguments, const RunOptions& options,
                             int stdoutFd, int stderrFd) {
     std::vector<char*> argv;
     for (const std::string& word : options.prefix) {
+        argv.push_back(const_cast<char*>(word.c_str()));
+    }
+    for (const std::string& word : corebenchLauncher()) {
         argv.push_back(const_cast<char*>(word.c_str()));
     }
     argv.push_back(const_cast<char*>(COREBENCH_BINARY));

@@ -67,6 +67,11 @@ TEST(CorebenchOutput, AFailedWriteGivesOneLineAndItsOwnStatus) {
                  {"closed output", closed, EBADF},
                  {"reader gone", toGone, EPIPE}};
     for (const auto& c : cases) {
+        // An emulator opens files of its own before the program runs, which would take the
+        // closed descriptor.
+        if (c.options.closeStdout && !corebenchLauncher().empty()) {
+            continue;
+        }
         // Usage runs end at once; a benchmark run must stop before it measures.
         for (const char* test : {"nosuch", "SingleSpeed"}) {
             RunOptions options = c.options;
@@ -166,6 +171,9 @@ class PidsLimit {
 // With room for the main thread only, the one worker of SingleSpeed cannot start; with room for
 // one worker, the second worker of an all-cores run cannot, and the first must be stopped.
 TEST(CorebenchLimits, AWorkerThreadThatCannotStartEndsTheRunWithOneLine) {
+    if (!corebenchLauncher().empty()) {
+        GTEST_SKIP() << "an emulator starts threads of its own, so the limit cannot be counted";
+    }
     int threads = 0;
     summaryLength(runCorebench({"nosuch"}).output, &threads);
     const struct {
