@@ -94,7 +94,7 @@ bool parseMhzAsHz(std::string_view text, int64_t* hz) {
     text = withoutTrailingSpace(text);
     const size_t dot = text.find('.');
     int64_t mhz = 0;
-    if (!parseUnsigned(text.substr(0, dot), 10, &mhz) || mhz > INT64_MAX / 1000000) {
+    if (!parseUnsigned(text.substr(0, dot), 10, &mhz)) {
         return false;
     }
     int64_t fraction = 0;
@@ -112,6 +112,10 @@ bool parseMhzAsHz(std::string_view text, int64_t* hz) {
         for (size_t i = digits.size(); i < 6; ++i) {
             fraction *= 10;
         }
+    }
+    // The whole MHz alone may fit while the sum with the fraction does not.
+    if (mhz > (INT64_MAX - fraction) / 1000000) {
+        return false;
     }
     *hz = mhz * 1000000 + fraction;
     return true;
