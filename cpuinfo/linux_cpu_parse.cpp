@@ -99,11 +99,12 @@ bool parseMhzAsHz(std::string_view text, int64_t* hz) {
     }
     int64_t fraction = 0;
     if (dot != std::string_view::npos) {
-        // Digits past the sixth are below one Hz and dropped.
+        // Digits past the sixth are below one Hz and dropped, however many there are.
         std::string_view digits = text.substr(dot + 1);
-        int64_t discarded = 0;
-        if (digits.size() > 6 && !parseUnsigned(digits.substr(6), 10, &discarded)) {
-            return false;
+        for (size_t i = 6; i < digits.size(); ++i) {
+            if (digitValue(digits[i], 10) < 0) {
+                return false;
+            }
         }
         digits = digits.substr(0, 6);
         if (!parseUnsigned(digits, 10, &fraction)) {

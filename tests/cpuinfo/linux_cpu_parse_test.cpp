@@ -51,6 +51,10 @@ TEST(LinuxCpuParse, Clocks) {
     EXPECT_FALSE(parseMhzAsHz("9223372036854.775808", &hz));
     EXPECT_FALSE(parseMhzAsHz("9223372036854.9", &hz));
     EXPECT_FALSE(parseMhzAsHz("9223372036855", &hz));
+    // Digits below one Hz are dropped, also more of them than int64 holds; they must be digits.
+    ASSERT_TRUE(parseMhzAsHz("2596.148000999999999999999999999\n", &hz));
+    EXPECT_EQ(hz, 2596148000);
+    EXPECT_FALSE(parseMhzAsHz("2596.1480000x", &hz));
     EXPECT_EQ(number("intel-desktop/cpu0/cpufreq/cpuinfo_max_freq"), 4500000);
     EXPECT_EQ(number("intel-desktop/cpu0/cpufreq/scaling_cur_freq"), 4400013);
     EXPECT_FALSE(parseSysfsDecimal("9223372036854775808\n", &hz));
