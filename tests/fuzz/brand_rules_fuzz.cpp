@@ -130,7 +130,8 @@ bool buildFamily(int kind, const std::string& a, const std::string& b, int ghzHu
         return false;
     }
     const std::string ghz = std::to_string(ghzHundredths / 100) + "." +
-                            std::to_string(ghzHundredths / 10 % 10) + std::to_string(ghzHundredths % 10);
+                            std::to_string(ghzHundredths / 10 % 10) +
+                            std::to_string(ghzHundredths % 10);
     const std::string cores = std::to_string(count);
     switch (kind) {
         case 1:
@@ -213,10 +214,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const int kind = in.ConsumeIntegralInRange<int>(0, 7);
     Family family;
     const size_t half = brand.size() / 2;
-    const bool isFamily =
-        buildFamily(kind, plainWord(brand.substr(0, half)), plainWord(brand.substr(half)),
-                    in.ConsumeIntegralInRange<int>(0, 999), in.ConsumeIntegralInRange<int>(1, 128),
-                    &family);
+    const bool isFamily = buildFamily(
+        kind, plainWord(brand.substr(0, half)), plainWord(brand.substr(half)),
+        in.ConsumeIntegralInRange<int>(0, 999), in.ConsumeIntegralInRange<int>(1, 128), &family);
     os.brand = isFamily ? family.brand : brand;
     if (in.ConsumeIntegralInRange<int>(0, 15) == 0) {
         os.brandError = in.ConsumeIntegralInRange<int>(1, 200);
@@ -239,7 +239,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FUZZ_CHECK(info.errors.length <= 1000);
 
     // "Apple", then the vendor letter, then what the rules left of the brand text.
-    const std::string tags = std::string("Apple") + (info.vendorIntel ? "I" : info.vendorAmd ? "A" : "");
+    const std::string tags = std::string("Apple") + (info.vendorIntel ? "I"
+                                                     : info.vendorAmd ? "A"
+                                                                      : "");
     FUZZ_CHECK(shortName.compare(0, tags.size(), tags) == 0);
     const std::string rest = shortName.substr(tags.size());
     FUZZ_CHECK(isSubsequence(rest, description));

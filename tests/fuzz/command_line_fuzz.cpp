@@ -43,14 +43,10 @@ struct ModelTest {
 
 // The test table as the usage text describes it, in the order names are compared.
 const ModelTest kModelTests[] = {
-    {"ALL", true, 1, false, false, false},
-    {"ALLVERBOSE", true, 1, true, false, false},
-    {"SINGLE", false, 1, false, false, true},
-    {"SINGLESPEED", false, 1, false, true, true},
-    {"SINGLE10", false, 10, false, false, true},
-    {"SINGLE10VERBOSE", false, 10, true, false, true},
-    {"SINGLE5", false, 5, false, false, true},
-    {"SINGLE5VERBOSE", false, 5, true, false, true},
+    {"ALL", true, 1, false, false, false},       {"ALLVERBOSE", true, 1, true, false, false},
+    {"SINGLE", false, 1, false, false, true},    {"SINGLESPEED", false, 1, false, true, true},
+    {"SINGLE10", false, 10, false, false, true}, {"SINGLE10VERBOSE", false, 10, true, false, true},
+    {"SINGLE5", false, 5, false, false, true},   {"SINGLE5VERBOSE", false, 5, true, false, true},
 };
 
 void checkTest(const std::string& word, const TestSpec* test) {

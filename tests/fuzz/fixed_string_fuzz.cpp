@@ -54,7 +54,8 @@ std::string cut(const std::string& s, size_t n) {
 // capacity.
 std::string padded(const std::string& s, int width, int capacity) {
     const std::string fitted = cut(s, capacity);
-    long long pad = std::llabs(static_cast<long long>(width)) - static_cast<long long>(fitted.size());
+    long long pad =
+        std::llabs(static_cast<long long>(width)) - static_cast<long long>(fitted.size());
     pad = std::min<long long>(pad, capacity - static_cast<long long>(fitted.size()));
     if (width < 0) {
         return blanks(pad) + fitted;
@@ -88,7 +89,8 @@ long double numberValue(const std::string& s) {
 void checkParseDecimal(const std::string& text, float value, bool ok) {
     const size_t dot = text.rfind('.');
     const size_t comma = text.rfind(',');
-    const bool commaSeparates = comma != std::string::npos && (dot == std::string::npos || comma > dot);
+    const bool commaSeparates =
+        comma != std::string::npos && (dot == std::string::npos || comma > dot);
     const char separator = commaSeparates ? ',' : '.';
     std::string t;
     for (const char c : text) {
@@ -265,9 +267,8 @@ void step(Pair<N>& p, FuzzedDataProvider& in) {
             FUZZ_CHECK(s.findCharIgnoreCase(ch, number) == folded);
             // The start is read as unsigned: negative means from the end.
             int last = -1;
-            const int back = static_cast<unsigned>(number) < static_cast<unsigned>(length)
-                                 ? number
-                                 : length - 1;
+            const int back =
+                static_cast<unsigned>(number) < static_cast<unsigned>(length) ? number : length - 1;
             for (int i = back; i >= 0 && last < 0; --i) {
                 last = m[i] == ch ? i : -1;
             }
@@ -320,7 +321,8 @@ void step(Pair<N>& p, FuzzedDataProvider& in) {
             FixedString<N> copy = s;
             copy.remove(0, 1);
             copy.append("x");
-            FUZZ_CHECK(std::string(copy.text, copy.length) == cut(m.substr(m.empty() ? 0 : 1) + "x", N));
+            FUZZ_CHECK(std::string(copy.text, copy.length) ==
+                       cut(m.substr(m.empty() ? 0 : 1) + "x", N));
             break;
         }
         case 20: {

@@ -5,10 +5,10 @@
 #include <cstdio>
 #include <cstdlib>
 
-#define FUZZ_CHECK(condition)                                                            \
-    do {                                                                                 \
-        if (!(condition)) {                                                              \
+#define FUZZ_CHECK(condition)                                                                \
+    do {                                                                                     \
+        if (!(condition)) {                                                                  \
             fprintf(stderr, "%s:%d: model disagrees: %s\n", __FILE__, __LINE__, #condition); \
-            abort();                                                                     \
-        }                                                                                \
+            abort();                                                                         \
+        }                                                                                    \
     } while (0)

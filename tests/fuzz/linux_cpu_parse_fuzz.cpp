@@ -117,8 +117,10 @@ std::optional<std::string> modelProcField(const std::string& text, const std::st
         if (colon == std::string::npos) {
             continue;
         }
-        const size_t nameEnd = line.find_last_not_of(" \t", colon == 0 ? std::string::npos : colon - 1);
-        const std::string name = colon == 0 || nameEnd == std::string::npos ? "" : line.substr(0, nameEnd + 1);
+        const size_t nameEnd =
+            line.find_last_not_of(" \t", colon == 0 ? std::string::npos : colon - 1);
+        const std::string name =
+            colon == 0 || nameEnd == std::string::npos ? "" : line.substr(0, nameEnd + 1);
         if (name != key) {
             continue;
         }
