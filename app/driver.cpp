@@ -73,7 +73,8 @@ int runCorebench(int argc, char** argv) {
     // queried the same way on every platform.
     int32_t physicalCpus = 0;
     int32_t logicalCpus = 0;
-    os.physicalCpus(&physicalCpus);
+    const char* fallback = nullptr;
+    os.physicalCpus(&physicalCpus, &fallback);
     os.logicalCpus(&logicalCpus);
     const int32_t threadCount = threadCountFrom(logicalCpus);
 

@@ -215,8 +215,13 @@ void readCpuInfo(CpuInfo& info, const OsQuery& os) {
 
     // A count the OS cannot give keeps its previous value.
     int32_t count = 0;
-    if (os.physicalCpus(&count) == 0) {
+    const char* fallback = nullptr;
+    if (os.physicalCpus(&count, &fallback) == 0) {
         info.physicalCpus = count;
+        if (fallback != nullptr) {
+            info.errors.append(fallback);
+            info.errors.append("\n");
+        }
     }
     if (os.logicalCpus(&count) == 0) {
         info.logicalCpus = count;

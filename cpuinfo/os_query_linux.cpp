@@ -1,6 +1,8 @@
 // Linux answers from /proc and /sys. A figure the kernel does not expose fails with the errno of
 // the failed open, or ENODATA when a file lacks the value, so the report shows the system's text.
 
+#include "os_query_linux.h"
+
 #include <dirent.h>
 #include <fcntl.h>
 #include <sched.h>
@@ -10,10 +12,11 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "linux_cpu_parse.h"
-#include "os_query.h"
+#include "proc_cpuinfo_parse.h"
 
 namespace {
 
@@ -56,13 +59,9 @@ bool readNumber(const std::string& path, int64_t* value) {
     return true;
 }
 
-std::string cpuPath(int cpu, const char* file) {
-    return "/sys/devices/system/cpu/cpu" + std::to_string(cpu) + "/" + file;
-}
-
 // The CPUs this process may run on, as nproc counts them. The kernel refuses a mask smaller than
 // its own, so the mask grows until it fits, which also covers machines beyond 1024 CPUs.
-bool allowedCpus(std::vector<int>* cpus) {
+bool schedulerAllowedCpus(std::vector<int>* cpus) {
     for (int capacity = CPU_SETSIZE; capacity <= (1 << 20); capacity *= 2) {
         cpu_set_t* set = CPU_ALLOC(capacity);
         if (set == nullptr) {
@@ -91,30 +90,54 @@ bool allowedCpus(std::vector<int>* cpus) {
     return false;
 }
 
-// A cpufreq figure (kHz) of the first CPU this process may run on, in Hz.
-int cpufreqHz(const char* file, int64_t* hz) {
-    std::vector<int> cpus;
-    if (!allowedCpus(&cpus)) {
-        return -1;
-    }
-    if (cpus.empty()) {
-        return fail(ENODATA);
-    }
+// A cpufreq figure, kHz in the file, in Hz.
+bool readKhzAsHz(const std::string& path, int64_t* hz) {
     int64_t khz = 0;
-    if (!readNumber(cpuPath(cpus.front(), file), &khz)) {
-        return -1;
+    if (!readNumber(path, &khz)) {
+        return false;
     }
     if (khz < 0 || khz > INT64_MAX / 1000) {
-        return fail(ENODATA);
+        errno = ENODATA;
+        return false;
     }
     *hz = khz * 1000;
-    return 0;
+    return true;
+}
+
+constexpr const char* kCoresFromCpuinfo =
+    "No CPU topology in /sys; cores counted from /proc/cpuinfo";
+constexpr const char* kCoresAssumed =
+    "No CPU topology in /sys or /proc/cpuinfo; physical cores taken as logical CPUs";
+
+}  // namespace
+
+LinuxOsQuery::LinuxOsQuery(std::string root, std::vector<int> allowedCpus)
+    : root_(std::move(root)), allowedCpus_(std::move(allowedCpus)) {
+    while (!root_.empty() && root_.back() == '/') {
+        root_.pop_back();
+    }
+}
+
+std::string LinuxOsQuery::path(const std::string& file) const {
+    return root_ + file;
+}
+
+std::string LinuxOsQuery::cpuPath(int cpu, const char* file) const {
+    return path("/sys/devices/system/cpu/cpu" + std::to_string(cpu) + "/" + file);
+}
+
+bool LinuxOsQuery::allowedCpus(std::vector<int>* cpus) const {
+    if (allowedCpus_.empty()) {
+        return schedulerAllowedCpus(cpus);
+    }
+    *cpus = allowedCpus_;
+    return true;
 }
 
 // A "key : value" line of a /proc file; ENODATA when the key is absent.
-bool readProcField(const char* path, const char* key, std::string* value) {
+bool LinuxOsQuery::readProcField(const char* file, const char* key, std::string* value) const {
     std::string text;
-    if (!readFile(path, &text)) {
+    if (!readFile(path(file), &text)) {
         return false;
     }
     std::string_view field;
@@ -128,23 +151,21 @@ bool readProcField(const char* path, const char* key, std::string* value) {
 
 // Installed memory is the online memory blocks times their size; MemTotal would leave out what
 // the kernel reserved for itself.
-bool memoryBlockBytes(int64_t* bytes) {
-    const char* const root = "/sys/devices/system/memory";
+bool LinuxOsQuery::memoryBlockBytes(int64_t* bytes) const {
+    const std::string root = path("/sys/devices/system/memory");
     std::string text;
     int64_t blockSize = 0;
-    if (!readFile(std::string(root) + "/block_size_bytes", &text) ||
-        !parseSysfsHex(text, &blockSize)) {
+    if (!readFile(root + "/block_size_bytes", &text) || !parseSysfsHex(text, &blockSize)) {
         return false;
     }
-    DIR* dir = opendir(root);
+    DIR* dir = opendir(root.c_str());
     if (dir == nullptr) {
         return false;
     }
     int64_t blocks = 0;
     while (const dirent* entry = readdir(dir)) {
         if (strncmp(entry->d_name, "memory", 6) == 0 &&
-            readFile(std::string(root) + "/" + entry->d_name + "/online", &text) &&
-            isOnlineMemoryBlock(text)) {
+            readFile(root + "/" + entry->d_name + "/online", &text) && isOnlineMemoryBlock(text)) {
             ++blocks;
         }
     }
@@ -156,77 +177,119 @@ bool memoryBlockBytes(int64_t* bytes) {
     return true;
 }
 
-class LinuxOsQuery : public OsQuery {
-  public:
-    int brandString(char* buffer, size_t size) const override {
-        std::string brand;
-        if (!readProcField("/proc/cpuinfo", "model name", &brand)) {
-            return -1;
-        }
-        if (brand.size() >= size) {
-            return fail(ENOMEM);
-        }
-        memcpy(buffer, brand.c_str(), brand.size() + 1);
-        return 0;
-    }
-
-    int physicalCpus(int32_t* count) const override {
+// arm64 kernels name no processor; its core types stand in for the name.
+int LinuxOsQuery::brandString(char* buffer, size_t size) const {
+    std::string brand;
+    if (!readProcField("/proc/cpuinfo", "model name", &brand)) {
+        const int error = errno;
+        std::string text;
         std::vector<int> cpus;
-        if (!allowedCpus(&cpus)) {
-            return -1;
+        if (error != ENODATA || !readFile(path("/proc/cpuinfo"), &text) || !allowedCpus(&cpus) ||
+            !describeArmCpu(text, cpus, &brand)) {
+            return fail(error);
         }
-        std::vector<std::pair<int64_t, int64_t>> cores;
-        for (const int cpu : cpus) {
-            int64_t package = 0;
-            int64_t core = 0;
-            if (!readNumber(cpuPath(cpu, "topology/physical_package_id"), &package) ||
-                !readNumber(cpuPath(cpu, "topology/core_id"), &core)) {
-                return -1;
-            }
-            cores.emplace_back(package, core);
+    }
+    if (brand.size() >= size) {
+        return fail(ENOMEM);
+    }
+    memcpy(buffer, brand.c_str(), brand.size() + 1);
+    return 0;
+}
+
+bool LinuxOsQuery::topologyCores(const std::vector<int>& cpus, int32_t* count) const {
+    std::vector<std::pair<int64_t, int64_t>> cores;
+    for (const int cpu : cpus) {
+        int64_t package = 0;
+        int64_t core = 0;
+        if (!readNumber(cpuPath(cpu, "topology/physical_package_id"), &package) ||
+            !readNumber(cpuPath(cpu, "topology/core_id"), &core)) {
+            return false;
         }
-        *count = countDistinctCores(cores);
+        cores.emplace_back(package, core);
+    }
+    *count = countDistinctCores(cores);
+    return !cores.empty();
+}
+
+// Containers often hide the sysfs CPU folder. Without evidence of hyperthreading none is claimed:
+// counting too few cores would scale every single-core score down by 40 %.
+int LinuxOsQuery::physicalCpus(int32_t* count, const char** fallback) const {
+    std::vector<int> cpus;
+    if (!allowedCpus(&cpus)) {
+        return -1;
+    }
+    *fallback = nullptr;
+    if (topologyCores(cpus, count)) {
         return 0;
     }
-
-    int logicalCpus(int32_t* count) const override {
-        std::vector<int> cpus;
-        if (!allowedCpus(&cpus)) {
-            return -1;
-        }
-        *count = static_cast<int32_t>(cpus.size());
+    std::string text;
+    if (readFile(path("/proc/cpuinfo"), &text) && countCoresInCpuinfo(text, cpus, count)) {
+        *fallback = kCoresFromCpuinfo;
         return 0;
     }
+    *count = static_cast<int32_t>(cpus.size());
+    *fallback = kCoresAssumed;
+    return 0;
+}
 
-    // Without cpufreq (virtual machines) the kernel's own estimate in /proc/cpuinfo stands in.
-    int cpuFrequencyHz(int64_t* hz) const override {
-        if (cpufreqHz("cpufreq/scaling_cur_freq", hz) == 0) {
-            return 0;
-        }
-        std::string mhz;
-        if (!readProcField("/proc/cpuinfo", "cpu MHz", &mhz)) {
-            return -1;
-        }
-        return parseMhzAsHz(mhz, hz) ? 0 : fail(ENODATA);
+int LinuxOsQuery::logicalCpus(int32_t* count) const {
+    std::vector<int> cpus;
+    if (!allowedCpus(&cpus)) {
+        return -1;
     }
+    *count = static_cast<int32_t>(cpus.size());
+    return 0;
+}
 
-    int cpuFrequencyMaxHz(int64_t* hz) const override {
-        return cpufreqHz("cpufreq/cpuinfo_max_freq", hz);
+// The first allowed CPU's clock. Without cpufreq (virtual machines) the kernel's own estimate in
+// /proc/cpuinfo stands in.
+int LinuxOsQuery::cpuFrequencyHz(int64_t* hz) const {
+    std::vector<int> cpus;
+    if (allowedCpus(&cpus) && !cpus.empty() &&
+        readKhzAsHz(cpuPath(cpus.front(), "cpufreq/scaling_cur_freq"), hz)) {
+        return 0;
     }
-
-    int memoryBytes(int64_t* bytes) const override {
-        if (memoryBlockBytes(bytes)) {
-            return 0;
-        }
-        std::string total;
-        if (!readProcField("/proc/meminfo", "MemTotal", &total)) {
-            return -1;
-        }
-        return parseMeminfoBytes(total, bytes) ? 0 : fail(ENODATA);
+    std::string mhz;
+    if (!readProcField("/proc/cpuinfo", "cpu MHz", &mhz)) {
+        return -1;
     }
-};
+    return parseMhzAsHz(mhz, hz) ? 0 : fail(ENODATA);
+}
 
-}  // namespace
+// The highest maximum among the allowed CPUs: on chips with big and little cores the first CPU
+// is often a little one. The error is the first CPU's when no CPU has the figure.
+int LinuxOsQuery::cpuFrequencyMaxHz(int64_t* hz) const {
+    std::vector<int> cpus;
+    if (!allowedCpus(&cpus)) {
+        return -1;
+    }
+    int64_t highest = -1;
+    int error = ENODATA;
+    for (size_t i = 0; i < cpus.size(); ++i) {
+        int64_t value = 0;
+        if (readKhzAsHz(cpuPath(cpus[i], "cpufreq/cpuinfo_max_freq"), &value)) {
+            highest = value > highest ? value : highest;
+        } else if (i == 0) {
+            error = errno;
+        }
+    }
+    if (highest < 0) {
+        return fail(error);
+    }
+    *hz = highest;
+    return 0;
+}
+
+int LinuxOsQuery::memoryBytes(int64_t* bytes) const {
+    if (memoryBlockBytes(bytes)) {
+        return 0;
+    }
+    std::string total;
+    if (!readProcField("/proc/meminfo", "MemTotal", &total)) {
+        return -1;
+    }
+    return parseMeminfoBytes(total, bytes) ? 0 : fail(ENODATA);
+}
 
 const OsQuery& systemOsQuery() {
     static const LinuxOsQuery query{};

@@ -18,7 +18,10 @@ class MacOsQuery : public OsQuery {
     int brandString(char* buffer, size_t size) const override {
         return sysctlbyname("machdep.cpu.brand_string", buffer, &size, nullptr, 0);
     }
-    int physicalCpus(int32_t* count) const override { return sysctlValue("hw.physicalcpu", count); }
+    int physicalCpus(int32_t* count, const char** fallback) const override {
+        *fallback = nullptr;
+        return sysctlValue("hw.physicalcpu", count);
+    }
     int logicalCpus(int32_t* count) const override { return sysctlValue("hw.logicalcpu", count); }
     int cpuFrequencyHz(int64_t* hz) const override { return sysctlValue("hw.cpufrequency", hz); }
     int cpuFrequencyMaxHz(int64_t* hz) const override {

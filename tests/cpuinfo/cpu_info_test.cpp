@@ -39,7 +39,10 @@ struct FakeOsQuery : OsQuery {
         snprintf(buffer, size, "%s", brand.c_str());
         return 0;
     }
-    int physicalCpus(int32_t* n) const override { return answer(countError, physical, n); }
+    int physicalCpus(int32_t* n, const char** fallback) const override {
+        *fallback = nullptr;
+        return answer(countError, physical, n);
+    }
     int logicalCpus(int32_t* n) const override { return answer(countError, logical, n); }
     int cpuFrequencyHz(int64_t* v) const override { return answer(hz ? 0 : ENOENT, hz, v); }
     int cpuFrequencyMaxHz(int64_t* v) const override {

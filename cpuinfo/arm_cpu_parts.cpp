@@ -1,0 +1,150 @@
+// arm64 "CPU implementer" and "CPU part" values with the vendor and core names lscpu prints.
+//
+// Generated once from arm-cpu-parts.csv (120 rows) with
+//   tail -n +2 arm-cpu-parts.csv | awk -F, '{printf "    {%s, %s, \"%s\", \"%s\"},\n", $1, $2, $3,
+//   $4}'
+// and kept sorted by implementer, then part, as in the file. Where the rows come from:
+// arm_cpu_parts_sources.md, next to this file. Vendor strings and core names are copied from
+// util-linux sys-utils/lscpu-arm.c (GPL-2.0-or-later); the numbers agree with Linux
+// arch/arm64/include/asm/cputype.h (GPL-2.0-only, facts only, no code taken), which alone gives
+// 0x41/0xd00, 0x41/0xd0f and 0x51/0x200.
+
+#include "arm_cpu_parts.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace {
+
+constexpr ArmCpuPart kParts[] = {
+    {0x41, 0xd00, "ARM", "Foundation-model"},
+    {0x41, 0xd01, "ARM", "Cortex-A32"},
+    {0x41, 0xd02, "ARM", "Cortex-A34"},
+    {0x41, 0xd03, "ARM", "Cortex-A53"},
+    {0x41, 0xd04, "ARM", "Cortex-A35"},
+    {0x41, 0xd05, "ARM", "Cortex-A55"},
+    {0x41, 0xd06, "ARM", "Cortex-A65"},
+    {0x41, 0xd07, "ARM", "Cortex-A57"},
+    {0x41, 0xd08, "ARM", "Cortex-A72"},
+    {0x41, 0xd09, "ARM", "Cortex-A73"},
+    {0x41, 0xd0a, "ARM", "Cortex-A75"},
+    {0x41, 0xd0b, "ARM", "Cortex-A76"},
+    {0x41, 0xd0c, "ARM", "Neoverse-N1"},
+    {0x41, 0xd0d, "ARM", "Cortex-A77"},
+    {0x41, 0xd0e, "ARM", "Cortex-A76AE"},
+    {0x41, 0xd0f, "ARM", "AEMv8-model"},
+    {0x41, 0xd40, "ARM", "Neoverse-V1"},
+    {0x41, 0xd41, "ARM", "Cortex-A78"},
+    {0x41, 0xd42, "ARM", "Cortex-A78AE"},
+    {0x41, 0xd43, "ARM", "Cortex-A65AE"},
+    {0x41, 0xd44, "ARM", "Cortex-X1"},
+    {0x41, 0xd46, "ARM", "Cortex-A510"},
+    {0x41, 0xd47, "ARM", "Cortex-A710"},
+    {0x41, 0xd48, "ARM", "Cortex-X2"},
+    {0x41, 0xd49, "ARM", "Neoverse-N2"},
+    {0x41, 0xd4a, "ARM", "Neoverse-E1"},
+    {0x41, 0xd4b, "ARM", "Cortex-A78C"},
+    {0x41, 0xd4c, "ARM", "Cortex-X1C"},
+    {0x41, 0xd4d, "ARM", "Cortex-A715"},
+    {0x41, 0xd4e, "ARM", "Cortex-X3"},
+    {0x41, 0xd4f, "ARM", "Neoverse-V2"},
+    {0x41, 0xd80, "ARM", "Cortex-A520"},
+    {0x41, 0xd81, "ARM", "Cortex-A720"},
+    {0x41, 0xd82, "ARM", "Cortex-X4"},
+    {0x41, 0xd83, "ARM", "Neoverse-V3AE"},
+    {0x41, 0xd84, "ARM", "Neoverse-V3"},
+    {0x41, 0xd85, "ARM", "Cortex-X925"},
+    {0x41, 0xd87, "ARM", "Cortex-A725"},
+    {0x41, 0xd88, "ARM", "Cortex-A520AE"},
+    {0x41, 0xd89, "ARM", "Cortex-A720AE"},
+    {0x41, 0xd8a, "ARM", "C1-Nano"},
+    {0x41, 0xd8b, "ARM", "C1-Pro"},
+    {0x41, 0xd8c, "ARM", "C1-Ultra"},
+    {0x41, 0xd8e, "ARM", "Neoverse-N3"},
+    {0x41, 0xd8f, "ARM", "Cortex-A320"},
+    {0x41, 0xd90, "ARM", "C1-Premium"},
+    {0x42, 0x100, "Broadcom", "Brahma-B53"},
+    {0x42, 0x516, "Broadcom", "ThunderX2"},
+    {0x43, 0x0a0, "Cavium", "ThunderX"},
+    {0x43, 0x0a1, "Cavium", "ThunderX-88XX"},
+    {0x43, 0x0a2, "Cavium", "ThunderX-81XX"},
+    {0x43, 0x0a3, "Cavium", "ThunderX-83XX"},
+    {0x43, 0x0af, "Cavium", "ThunderX2-99xx"},
+    {0x43, 0x0b0, "Cavium", "OcteonTX2"},
+    {0x43, 0x0b1, "Cavium", "OcteonTX2-98XX"},
+    {0x43, 0x0b2, "Cavium", "OcteonTX2-96XX"},
+    {0x43, 0x0b3, "Cavium", "OcteonTX2-95XX"},
+    {0x43, 0x0b4, "Cavium", "OcteonTX2-95XXN"},
+    {0x43, 0x0b5, "Cavium", "OcteonTX2-95XXMM"},
+    {0x43, 0x0b6, "Cavium", "OcteonTX2-95XXO"},
+    {0x43, 0x0b8, "Cavium", "ThunderX3-T110"},
+    {0x46, 0x001, "FUJITSU", "A64FX"},
+    {0x46, 0x003, "FUJITSU", "MONAKA"},
+    {0x48, 0xd01, "HiSilicon", "Kunpeng-920"},
+    {0x48, 0xd02, "HiSilicon", "Kunpeng-920"},
+    {0x48, 0xd03, "HiSilicon", "Kunpeng-920"},
+    {0x48, 0xd06, "HiSilicon", "Kunpeng-950"},
+    {0x48, 0xd22, "HiSilicon", "Kunpeng-920"},
+    {0x48, 0xd40, "HiSilicon", "Cortex-A76"},
+    {0x48, 0xd41, "HiSilicon", "Cortex-A77"},
+    {0x4e, 0x000, "NVIDIA", "Denver"},
+    {0x4e, 0x003, "NVIDIA", "Denver-2"},
+    {0x4e, 0x004, "NVIDIA", "Carmel"},
+    {0x4e, 0x010, "NVIDIA", "Olympus"},
+    {0x50, 0x000, "APM", "X-Gene"},
+    {0x51, 0x001, "Qualcomm", "Oryon"},
+    {0x51, 0x200, "Qualcomm", "Kryo"},
+    {0x51, 0x201, "Qualcomm", "Kryo"},
+    {0x51, 0x205, "Qualcomm", "Kryo"},
+    {0x51, 0x211, "Qualcomm", "Kryo"},
+    {0x51, 0x800, "Qualcomm", "Falkor-V1/Kryo"},
+    {0x51, 0x801, "Qualcomm", "Kryo-V2"},
+    {0x51, 0x802, "Qualcomm", "Kryo-3XX-Gold"},
+    {0x51, 0x803, "Qualcomm", "Kryo-3XX-Silver"},
+    {0x51, 0x804, "Qualcomm", "Kryo-4XX-Gold"},
+    {0x51, 0x805, "Qualcomm", "Kryo-4XX-Silver"},
+    {0x51, 0xc00, "Qualcomm", "Falkor"},
+    {0x51, 0xc01, "Qualcomm", "Saphira"},
+    {0x53, 0x001, "Samsung", "exynos-m1"},
+    {0x53, 0x002, "Samsung", "exynos-m3"},
+    {0x53, 0x003, "Samsung", "exynos-m4"},
+    {0x53, 0x004, "Samsung", "exynos-m5"},
+    {0x61, 0x020, "Apple", "Icestorm-A14"},
+    {0x61, 0x021, "Apple", "Firestorm-A14"},
+    {0x61, 0x022, "Apple", "Icestorm-M1"},
+    {0x61, 0x023, "Apple", "Firestorm-M1"},
+    {0x61, 0x024, "Apple", "Icestorm-M1-Pro"},
+    {0x61, 0x025, "Apple", "Firestorm-M1-Pro"},
+    {0x61, 0x028, "Apple", "Icestorm-M1-Max"},
+    {0x61, 0x029, "Apple", "Firestorm-M1-Max"},
+    {0x61, 0x030, "Apple", "Blizzard-A15"},
+    {0x61, 0x031, "Apple", "Avalanche-A15"},
+    {0x61, 0x032, "Apple", "Blizzard-M2"},
+    {0x61, 0x033, "Apple", "Avalanche-M2"},
+    {0x61, 0x034, "Apple", "Blizzard-M2-Pro"},
+    {0x61, 0x035, "Apple", "Avalanche-M2-Pro"},
+    {0x61, 0x036, "Apple", "Sawtooth-A16"},
+    {0x61, 0x037, "Apple", "Everest-A16"},
+    {0x61, 0x038, "Apple", "Blizzard-M2-Max"},
+    {0x61, 0x039, "Apple", "Avalanche-M2-Max"},
+    {0x6d, 0xd49, "Microsoft", "Azure-Cobalt-100"},
+    {0x70, 0x303, "Phytium", "FTC310"},
+    {0x70, 0x660, "Phytium", "FTC660"},
+    {0x70, 0x661, "Phytium", "FTC661"},
+    {0x70, 0x662, "Phytium", "FTC662"},
+    {0x70, 0x663, "Phytium", "FTC663"},
+    {0x70, 0x664, "Phytium", "FTC664"},
+    {0x70, 0x862, "Phytium", "FTC862"},
+    {0xc0, 0xac3, "Ampere", "Ampere-1"},
+    {0xc0, 0xac4, "Ampere", "Ampere-1a"},
+};
+
+}  // namespace
+
+const ArmCpuPart* findArmCpuPart(int implementer, int part) {
+    const ArmCpuPart* end = std::end(kParts);
+    const ArmCpuPart* found = std::find_if(std::begin(kParts), end, [&](const ArmCpuPart& p) {
+        return p.implementer == implementer && p.part == part;
+    });
+    return found == end ? nullptr : found;
+}
