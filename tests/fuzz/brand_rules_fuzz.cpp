@@ -27,6 +27,7 @@ struct FuzzedOs : OsQuery {
     std::string brand;
     int brandError = 0;
     Answer physical, logical, hz, maxHz;
+    const char* physicalFallback = nullptr;
 
     static int answer(const Answer& a, int64_t* out) {
         if (a.error != 0) {
@@ -52,7 +53,10 @@ struct FuzzedOs : OsQuery {
         memcpy(buffer, brand.c_str(), brand.size() + 1);
         return 0;
     }
-    int physicalCpus(int32_t* n) const override { return answer32(physical, n); }
+    int physicalCpus(int32_t* n, const char** fallback) const override {
+        *fallback = physicalFallback;
+        return answer32(physical, n);
+    }
     int logicalCpus(int32_t* n) const override { return answer32(logical, n); }
     int cpuFrequencyHz(int64_t* v) const override { return answer(hz, v); }
     int cpuFrequencyMaxHz(int64_t* v) const override { return answer(maxHz, v); }
@@ -223,6 +227,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     const bool narrow = in.ConsumeBool();
     os.physical = consumeAnswer(in, true);
+    if (in.ConsumeBool()) {
+        os.physicalFallback = "Core count estimated\n";
+    }
     os.logical = consumeAnswer(in, true);
     os.hz = consumeAnswer(in, narrow);
     os.maxHz = consumeAnswer(in, narrow);

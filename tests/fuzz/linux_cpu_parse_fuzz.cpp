@@ -3,7 +3,9 @@
 // is then what std::stoll reads. The input is used as a whole /proc file, line by line as sysfs
 // files, and as the values of the fields found in it, as the OS query chains them.
 
+#include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <optional>
 #include <set>
@@ -12,8 +14,10 @@
 #include <utility>
 #include <vector>
 
+#include "arm_cpu_parts.h"
 #include "fuzz_check.h"
 #include "linux_cpu_parse.h"
+#include "proc_cpuinfo_parse.h"
 
 namespace {
 
@@ -146,6 +150,149 @@ void checkValue(std::string_view text) {
     FUZZ_CHECK(isOnlineMemoryBlock(text) == (stripped(text) == "1"));
 }
 
+struct ModelBlock {
+    int64_t cpu;
+    std::string text;
+};
+
+// A block opens at each line whose "processor" field reads as a decimal number and runs up to the
+// next such line.
+std::vector<ModelBlock> modelBlocks(const std::string& text) {
+    std::vector<ModelBlock> blocks;
+    for (size_t begin = 0; begin < text.size();) {
+        const size_t end = std::min(text.find('\n', begin), text.size());
+        const std::optional<std::string> field =
+            modelProcField(text.substr(begin, end - begin), "processor");
+        const std::optional<int64_t> cpu = field ? modelSysfsDecimal(*field) : std::nullopt;
+        if (cpu) {
+            if (!blocks.empty()) {
+                const size_t opened = text.size() - blocks.back().text.size();
+                blocks.back().text = text.substr(opened, begin - opened);
+            }
+            blocks.push_back({*cpu, text.substr(begin)});
+        }
+        begin = end + 1;
+    }
+    return blocks;
+}
+
+const ModelBlock* modelBlockOf(const std::vector<ModelBlock>& blocks, int cpu) {
+    for (const ModelBlock& b : blocks) {
+        if (b.cpu == cpu) {
+            return &b;
+        }
+    }
+    return nullptr;
+}
+
+std::optional<int64_t> modelNumberField(const std::string& text, const char* key) {
+    const std::optional<std::string> field = modelProcField(text, key);
+    return field ? modelSysfsDecimal(*field) : std::nullopt;
+}
+
+// "0x" and at most three significant hex digits: MIDR's implementer and part number.
+std::optional<int64_t> modelMidrField(const std::string& text, const char* key) {
+    const std::optional<std::string> field = modelProcField(text, key);
+    if (!field || field->compare(0, 2, "0x") != 0) {
+        return std::nullopt;
+    }
+    const std::optional<int64_t> value = hexValue(stripped(field->substr(2)));
+    return value && *value <= 0xfff ? value : std::nullopt;
+}
+
+std::optional<int32_t> modelCores(const std::string& text, const std::vector<int>& allowed) {
+    const std::vector<ModelBlock> blocks = modelBlocks(text);
+    std::set<std::pair<int64_t, int64_t>> cores;
+    for (const int cpu : allowed) {
+        const ModelBlock* b = modelBlockOf(blocks, cpu);
+        const std::optional<int64_t> package =
+            b ? modelNumberField(b->text, "physical id") : std::nullopt;
+        const std::optional<int64_t> core = b ? modelNumberField(b->text, "core id") : std::nullopt;
+        if (!package || !core) {
+            return std::nullopt;
+        }
+        cores.insert({*package, *core});
+    }
+    return cores.empty() ? std::nullopt
+                         : std::optional<int32_t>(static_cast<int32_t>(cores.size()));
+}
+
+std::string partName(int64_t implementer, int64_t part, bool withVendor) {
+    const ArmCpuPart* known = findArmCpuPart(static_cast<int>(implementer), static_cast<int>(part));
+    if (known == nullptr) {
+        char text[64];
+        snprintf(text, sizeof text, "ARM 0x%02llx part 0x%03llx",
+                 static_cast<unsigned long long>(implementer),
+                 static_cast<unsigned long long>(part));
+        return text;
+    }
+    return withVendor ? std::string(known->vendor) + " " + known->core : known->core;
+}
+
+// The arm64 name: core types of the allowed CPUs counted in the order they first appear, or the
+// text's first implementer and part when no allowed CPU has its own.
+std::optional<std::string> modelArmName(const std::string& text, const std::vector<int>& allowed) {
+    const std::vector<ModelBlock> blocks = modelBlocks(text);
+    std::vector<std::pair<std::pair<int64_t, int64_t>, int>> types;
+    for (const int cpu : allowed) {
+        const ModelBlock* b = modelBlockOf(blocks, cpu);
+        const std::optional<int64_t> implementer =
+            b ? modelMidrField(b->text, "CPU implementer") : std::nullopt;
+        const std::optional<int64_t> part = b ? modelMidrField(b->text, "CPU part") : std::nullopt;
+        if (!implementer || !part) {
+            continue;
+        }
+        auto known = std::find_if(types.begin(), types.end(), [&](const auto& t) {
+            return t.first == std::make_pair(*implementer, *part);
+        });
+        if (known == types.end()) {
+            types.push_back({{*implementer, *part}, 1});
+        } else {
+            ++known->second;
+        }
+    }
+    if (types.empty()) {
+        const std::optional<int64_t> implementer = modelMidrField(text, "CPU implementer");
+        const std::optional<int64_t> part = modelMidrField(text, "CPU part");
+        if (!implementer || !part) {
+            return std::nullopt;
+        }
+        types.push_back({{*implementer, *part}, 1});
+    }
+    if (types.size() == 1) {
+        return partName(types[0].first.first, types[0].first.second, true);
+    }
+    std::set<std::string> vendors;
+    bool allKnown = true;
+    for (const auto& t : types) {
+        const ArmCpuPart* known =
+            findArmCpuPart(static_cast<int>(t.first.first), static_cast<int>(t.first.second));
+        allKnown = allKnown && known != nullptr;
+        if (known != nullptr) {
+            vendors.insert(known->vendor);
+        }
+    }
+    const bool oneVendor = allKnown && vendors.size() == 1;
+    std::string name = oneVendor ? *vendors.begin() + " " : "";
+    for (size_t i = 0; i < types.size(); ++i) {
+        name += (i > 0 ? " + " : "") + std::to_string(types[i].second) + "x " +
+                partName(types[i].first.first, types[i].first.second, !oneVendor);
+    }
+    return name;
+}
+
+void checkCpuinfo(const std::string& text, const std::vector<int>& allowed) {
+    int32_t cores = -7;
+    const std::optional<int32_t> expectedCores = modelCores(text, allowed);
+    FUZZ_CHECK(countCoresInCpuinfo(text, allowed, &cores) == expectedCores.has_value());
+    FUZZ_CHECK(expectedCores ? cores == *expectedCores : cores == -7);
+
+    std::string name = "unchanged";
+    const std::optional<std::string> expectedName = modelArmName(text, allowed);
+    FUZZ_CHECK(describeArmCpu(text, allowed, &name) == expectedName.has_value());
+    FUZZ_CHECK(name == expectedName.value_or("unchanged"));
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -175,6 +322,28 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         checkValue(std::string_view(text).substr(begin, end - begin + 1));
         begin = end + 1;
     }
+
+    // As a whole /proc/cpuinfo: its processor blocks, and the core count and arm64 name for the
+    // CPUs the first byte allows (bit i: CPU i), then for every CPU the text has a block for.
+    const std::vector<ProcessorBlock> blocks = processorBlocks(text);
+    const std::vector<ModelBlock> expectedBlocks = modelBlocks(text);
+    FUZZ_CHECK(blocks.size() == expectedBlocks.size());
+    std::set<int> listed;
+    for (size_t i = 0; i < blocks.size(); ++i) {
+        FUZZ_CHECK(blocks[i].cpu == expectedBlocks[i].cpu &&
+                   blocks[i].text == expectedBlocks[i].text);
+        if (blocks[i].cpu >= 0 && blocks[i].cpu < 4096) {
+            listed.insert(static_cast<int>(blocks[i].cpu));
+        }
+    }
+    std::vector<int> allowed;
+    for (int cpu = 0; cpu < 8 && size > 0; ++cpu) {
+        if (data[0] & (1u << cpu)) {
+            allowed.push_back(cpu);
+        }
+    }
+    checkCpuinfo(text, allowed);
+    checkCpuinfo(text, std::vector<int>(listed.begin(), listed.end()));
 
     // As (package, core) pairs: distinct pairs are the physical cores.
     std::vector<std::pair<int64_t, int64_t>> pairs;
