@@ -280,7 +280,7 @@ void step(Pair<N>& p, FuzzedDataProvider& in) {
             const int r = s.compareIgnoreCase(FixedString<250>(arg.c_str()));
             const std::string a = upperAll(m);
             const std::string b = upperAll(other);
-            // std::string compares bytes as unsigned char, as the design asks.
+            // std::string compares bytes as unsigned char, which is what the comparison calls for.
             const int expected = a.compare(b);
             FUZZ_CHECK((r < 0) == (expected < 0) && (r > 0) == (expected > 0));
             FUZZ_CHECK(s.equalsIgnoreCase(FixedString<250>(arg.c_str())) == (a == b));
