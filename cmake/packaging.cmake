@@ -19,7 +19,9 @@ string(JOIN "\n" CPACK_PACKAGE_DESCRIPTION
   "report of the processor taken while its cores are loaded. On request it returns"
   "the score as its exit code, so that a farm job can read it without parsing text."
   "Scores are comparable between machines only when they come from the same build,"
-  "which is what these packages provide.")
+  "which is what these packages provide. The companion corebench-fleet runs it as a"
+  "farm job, keeps each run as a JSON record, finds slow nodes among the records of"
+  "many and writes the scores for Prometheus' node exporter.")
 set(CPACK_PACKAGE_FILE_NAME "${PROJECT_NAME}-${PROJECT_VERSION}-${CMAKE_SYSTEM_NAME}-${CMAKE_SYSTEM_PROCESSOR}")
 set(CPACK_STRIP_FILES ON)
 if(CMAKE_SYSTEM_NAME STREQUAL "Linux")

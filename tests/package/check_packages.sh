@@ -45,13 +45,15 @@ qt=$(objdump -p "$build/app/corebench" | sed -n 's/^ *NEEDED *libQt\([56]\)Core\
 deb_qt_runtime=$([ "$qt" = 6 ] && echo libqt6core6 || echo libqt5core5a)
 rpm_qt_runtime="libQt${qt:-5}Core\\.so\\.${qt:-5}"
 
-# Files lists: every package holds the program and the README, and nothing of the tests.
+# Files lists: every package holds the programs (corebench and its companion corebench-fleet,
+# given as the path of corebench) and the README, and nothing of the tests.
 check_list() {
   local what=$1 list=$2 program=$3 readme=$4
-  if grep -qx -- "$program" <<<"$list" && grep -qx -- "$readme" <<<"$list"; then
-    ok "$what holds $program and $readme"
+  if grep -qx -- "$program" <<<"$list" && grep -qx -- "$program-fleet" <<<"$list" &&
+    grep -qx -- "$readme" <<<"$list"; then
+    ok "$what holds $program, $program-fleet and $readme"
   else
-    fail "$what lacks $program or $readme; it holds:"$'\n'"$list"
+    fail "$what lacks $program, $program-fleet or $readme; it holds:"$'\n'"$list"
   fi
   if grep -iq 'test' <<<"$list"; then
     fail "$what holds test files: $(grep -i 'test' <<<"$list" | tr '\n' ' ')"
@@ -85,11 +87,13 @@ if deb=$(only_file 'corebench_*.deb'); then
     ./usr/bin/corebench ./usr/share/doc/corebench/README.md
   mkdir "$work/deb"
   dpkg-deb -x "$deb" "$work/deb"
-  if file "$work/deb/usr/bin/corebench" | grep -q ', stripped'; then
-    ok ".deb's corebench is stripped"
-  else
-    fail ".deb's corebench is not stripped: $(file -b "$work/deb/usr/bin/corebench")"
-  fi
+  for program in corebench corebench-fleet; do
+    if file "$work/deb/usr/bin/$program" | grep -q ', stripped'; then
+      ok ".deb's $program is stripped"
+    else
+      fail ".deb's $program is not stripped: $(file -b "$work/deb/usr/bin/$program")"
+    fi
+  done
 else
   failures=$((failures + 1))
 fi
@@ -113,6 +117,7 @@ fi
 if DESTDIR="$work/stage" cmake --install "$build" --prefix /opt/corebench >/dev/null; then
   installed=$(cd "$work/stage" && find . -type f | sort)
   if [ -x "$work/stage/opt/corebench/bin/corebench" ] &&
+    [ -x "$work/stage/opt/corebench/bin/corebench-fleet" ] &&
     [ -f "$work/stage/opt/corebench/share/doc/corebench/README.md" ] &&
     ! grep -qv '^\./opt/corebench/' <<<"$installed"; then
     ok "cmake --install honours DESTDIR and the prefix"
@@ -162,6 +167,16 @@ elif [ -n "${deb:-}" ]; then
       fi
     else
       fail "running corebench nosuchtest"
+    fi
+    # The companion finds the corebench installed beside it: with a test name corebench does not
+    # know, it runs it, keeps its output (the usage text) and says that it did not parse.
+    status=0
+    (cd "$work" && timeout 60 /usr/bin/corebench-fleet run --out fleet -- nosuchtest \
+      >/dev/null 2>"$work/fleet.err") || status=$?
+    if [ "$status" -eq 5 ] && grep -qx 'Usage: ' "$work"/fleet/*-nosuchtest-*.log 2>/dev/null; then
+      ok "/usr/bin/corebench-fleet runs /usr/bin/corebench beside it"
+    else
+      fail "/usr/bin/corebench-fleet run -- nosuchtest exited with $status: $(cat "$work/fleet.err")"
     fi
   else
     fail "apt-get install $deb"

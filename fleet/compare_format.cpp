@@ -1,0 +1,148 @@
+#include "compare_format.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QJsonValue>
+#include <cmath>
+
+namespace {
+
+struct NumberColumn {
+    const char* name;
+    std::optional<double> CompareRow::*field;
+    int decimals;
+};
+
+const NumberColumn kNumberColumns[] = {
+    {"ps_result", &CompareRow::psResult, 3},
+    {"group_median", &CompareRow::groupMedian, 3},
+    {"ratio", &CompareRow::ratio, 3},
+    {"robust_z", &CompareRow::robustZ, 2},
+    {"min_thread_ps", &CompareRow::minThreadPs, 3},
+    {"median_thread_ps", &CompareRow::medianThreadPs, 3},
+    {"cv", &CompareRow::cv, 4},
+};
+
+QString reasonText(const CompareRow& row) {
+    return row.reasons.join(QStringLiteral("; "));
+}
+
+QString startedText(const CompareRow& row) {
+    return row.startedAt.toUTC().toString(Qt::ISODate);
+}
+
+// The row's fields as text, in column order; a missing number is empty.
+QStringList rowFields(const CompareRow& row) {
+    QStringList fields{row.host, row.test, startedText(row),
+                       row.flagged ? QStringLiteral("yes") : QStringLiteral("no"), reasonText(row)};
+    for (const NumberColumn& column : kNumberColumns) {
+        const std::optional<double>& value = row.*column.field;
+        fields << (value ? QString::number(*value, 'f', column.decimals) : QString());
+    }
+    fields << QString::number(row.records)
+           << (row.logicalCpus ? QString::number(*row.logicalCpus) : QString())
+           << row.cpuModel.value_or(QString()) << row.file;
+    return fields;
+}
+
+QString csvField(const QString& field) {
+    if (!field.contains(QLatin1Char(',')) && !field.contains(QLatin1Char('"')) &&
+        !field.contains(QLatin1Char('\n')) && !field.contains(QLatin1Char('\r'))) {
+        return field;
+    }
+    QString quoted = field;
+    quoted.replace(QLatin1Char('"'), QStringLiteral("\"\""));
+    return QLatin1Char('"') + quoted + QLatin1Char('"');
+}
+
+double rounded(double value, int decimals) {
+    const double scale = std::pow(10.0, decimals);
+    return std::round(value * scale) / scale;
+}
+
+}  // namespace
+
+QStringList compareColumns() {
+    QStringList columns{QStringLiteral("host"), QStringLiteral("test"),
+                        QStringLiteral("started_at"), QStringLiteral("flagged"),
+                        QStringLiteral("reason")};
+    for (const NumberColumn& column : kNumberColumns) {
+        columns << QLatin1String(column.name);
+    }
+    columns << QStringLiteral("records") << QStringLiteral("logical_cpus")
+            << QStringLiteral("cpu_model") << QStringLiteral("file");
+    return columns;
+}
+
+QByteArray formatCompareTable(const std::vector<CompareRow>& rows) {
+    std::vector<QStringList> lines{compareColumns()};
+    for (const CompareRow& row : rows) {
+        QStringList fields = rowFields(row);
+        for (QString& field : fields) {
+            // One row per line, whatever a host name or CPU model holds.
+            field.replace(QLatin1Char('\n'), QLatin1Char(' '))
+                .replace(QLatin1Char('\r'), QLatin1Char(' '));
+            if (field.isEmpty()) {
+                field = QStringLiteral("-");
+            }
+        }
+        lines.push_back(fields);
+    }
+    QVector<int> widths(lines.front().size(), 0);
+    for (const QStringList& line : lines) {
+        for (int i = 0; i < line.size(); ++i) {
+            widths[i] = std::max(widths[i], static_cast<int>(line[i].size()));
+        }
+    }
+    QString text;
+    for (const QStringList& line : lines) {
+        QString out;
+        for (int i = 0; i < line.size(); ++i) {
+            const bool last = i + 1 == line.size();
+            out += last ? line[i] : line[i].leftJustified(widths[i]) + QStringLiteral("  ");
+        }
+        text += out + QLatin1Char('\n');
+    }
+    return text.toUtf8();
+}
+
+QByteArray formatCompareCsv(const std::vector<CompareRow>& rows) {
+    QString text = compareColumns().join(QLatin1Char(',')) + QLatin1Char('\n');
+    for (const CompareRow& row : rows) {
+        QStringList fields = rowFields(row);
+        for (QString& field : fields) {
+            field = csvField(field);
+        }
+        text += fields.join(QLatin1Char(',')) + QLatin1Char('\n');
+    }
+    return text.toUtf8();
+}
+
+QByteArray formatCompareJson(const std::vector<CompareRow>& rows) {
+    QJsonArray array;
+    for (const CompareRow& row : rows) {
+        QJsonObject object;
+        object.insert(QStringLiteral("host"), row.host);
+        object.insert(QStringLiteral("test"), row.test);
+        object.insert(QStringLiteral("started_at"), startedText(row));
+        object.insert(QStringLiteral("flagged"), row.flagged);
+        object.insert(QStringLiteral("reason"), reasonText(row));
+        for (const NumberColumn& column : kNumberColumns) {
+            const std::optional<double>& value = row.*column.field;
+            object.insert(QLatin1String(column.name),
+                          value ? QJsonValue(rounded(*value, column.decimals)) : QJsonValue());
+        }
+        object.insert(QStringLiteral("records"), row.records);
+        object.insert(QStringLiteral("logical_cpus"),
+                      row.logicalCpus ? QJsonValue(*row.logicalCpus) : QJsonValue());
+        object.insert(QStringLiteral("cpu_model"),
+                      row.cpuModel ? QJsonValue(*row.cpuModel) : QJsonValue());
+        object.insert(QStringLiteral("file"), row.file);
+        array.append(object);
+    }
+    QJsonObject root;
+    root.insert(QStringLiteral("schema"), 1);
+    root.insert(QStringLiteral("rows"), array);
+    return QJsonDocument(root).toJson(QJsonDocument::Indented);
+}

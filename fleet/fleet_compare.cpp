@@ -1,0 +1,185 @@
+#include "fleet_compare.h"
+
+#include <QHash>
+#include <algorithm>
+#include <cmath>
+#include <map>
+#include <tuple>
+
+namespace {
+
+// Scales the median absolute deviation to a standard deviation for normal data.
+constexpr double kMadScale = 0.6745;
+
+// Groups of fewer nodes than this have too few for a median absolute deviation to mean anything.
+constexpr size_t kMinNodesForZ = 3;
+
+using HostTest = std::pair<QString, QString>;
+using GroupKey = std::tuple<QString, int, QString>;
+
+GroupKey groupOf(const Record& record) {
+    return {record.cpuModel.value_or(QString()), record.logicalCpus.value_or(-1), record.test};
+}
+
+// Sample coefficient of variation (standard deviation over mean) of a host's scores of one test.
+std::optional<double> coefficientOfVariation(const std::vector<double>& values) {
+    if (values.size() < 2) {
+        return std::nullopt;
+    }
+    double sum = 0.0;
+    for (const double value : values) {
+        sum += value;
+    }
+    const double mean = sum / static_cast<double>(values.size());
+    if (mean <= 0.0) {
+        return std::nullopt;
+    }
+    double squares = 0.0;
+    for (const double value : values) {
+        squares += (value - mean) * (value - mean);
+    }
+    return std::sqrt(squares / static_cast<double>(values.size() - 1)) / mean;
+}
+
+QString number(double value, int decimals) {
+    return QString::number(value, 'f', decimals);
+}
+
+void judgeThreads(const Record& record, const CompareOptions& options, CompareRow& row) {
+    if (record.threadPs.isEmpty()) {
+        return;
+    }
+    const auto lowest = std::min_element(record.threadPs.begin(), record.threadPs.end());
+    row.minThreadPs = *lowest;
+    row.medianThreadPs =
+        median(std::vector<double>(record.threadPs.begin(), record.threadPs.end()));
+    if (record.threadPs.size() >= 2 && *lowest < options.floor * *row.medianThreadPs) {
+        row.reasons << QStringLiteral("slow core: thread %1 at %2 of the median thread (floor %3)")
+                           .arg(lowest - record.threadPs.begin())
+                           .arg(number(*lowest / *row.medianThreadPs, 3))
+                           .arg(options.floor);
+    }
+}
+
+void judgeScore(const std::vector<double>& groupScores, const CompareOptions& options,
+                CompareRow& row) {
+    if (!row.psResult || groupScores.empty()) {
+        return;
+    }
+    const double x = *row.psResult;
+    const double m = median(groupScores);
+    row.groupMedian = m;
+    if (m > 0.0) {
+        row.ratio = x / m;
+    }
+    if (groupScores.size() >= kMinNodesForZ) {
+        std::vector<double> deviations;
+        deviations.reserve(groupScores.size());
+        for (const double score : groupScores) {
+            deviations.push_back(std::fabs(score - m));
+        }
+        // With more than half the group on one value the MAD is 0 and z is undefined; the floor
+        // still judges such a group.
+        const double mad = median(deviations);
+        if (mad > 0.0) {
+            row.robustZ = kMadScale * (x - m) / mad;
+            if (*row.robustZ < -options.z) {
+                row.reasons << QStringLiteral("robust z %1 below -%2")
+                                   .arg(number(*row.robustZ, 2))
+                                   .arg(options.z);
+            }
+        }
+    }
+    if (x < options.floor * m) {
+        row.reasons << QStringLiteral("score at %1 of the group median (floor %2)")
+                           .arg(number(x / m, 3))
+                           .arg(options.floor);
+    }
+}
+
+}  // namespace
+
+double median(std::vector<double> values) {
+    const size_t middle = values.size() / 2;
+    std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(middle),
+                     values.end());
+    const double upper = values[middle];
+    if (values.size() % 2 == 1) {
+        return upper;
+    }
+    const double lower =
+        *std::max_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(middle));
+    return (lower + upper) / 2.0;
+}
+
+std::vector<CompareRow> compareRecords(const std::vector<LoadedRecord>& records,
+                                       const CompareOptions& options) {
+    // The newest record of each host and test stands for it; every record counts for the CV.
+    std::map<HostTest, size_t> newest;
+    std::map<HostTest, std::vector<double>> history;
+    std::map<HostTest, int> counts;
+    for (size_t i = 0; i < records.size(); ++i) {
+        const Record& record = records[i].record;
+        const HostTest key{record.host, record.test};
+        ++counts[key];
+        if (record.psResult) {
+            history[key].push_back(*record.psResult);
+        }
+        const auto found = newest.find(key);
+        if (found == newest.end()) {
+            newest.emplace(key, i);
+            continue;
+        }
+        const LoadedRecord& current = records[found->second];
+        if (std::make_pair(record.startedAt, records[i].file) >
+            std::make_pair(current.record.startedAt, current.file)) {
+            found->second = i;
+        }
+    }
+    std::map<GroupKey, std::vector<double>> groupScores;
+    for (const auto& entry : newest) {
+        const Record& record = records[entry.second].record;
+        if (record.psResult) {
+            groupScores[groupOf(record)].push_back(*record.psResult);
+        }
+    }
+    std::vector<std::pair<GroupKey, CompareRow>> rows;
+    rows.reserve(newest.size());
+    for (const auto& entry : newest) {
+        const LoadedRecord& loaded = records[entry.second];
+        const Record& record = loaded.record;
+        CompareRow row;
+        row.host = record.host;
+        row.test = record.test;
+        row.startedAt = record.startedAt;
+        row.psResult = record.psResult;
+        row.records = counts[entry.first];
+        row.cv = coefficientOfVariation(history[entry.first]);
+        row.logicalCpus = record.logicalCpus;
+        row.cpuModel = record.cpuModel;
+        row.file = loaded.file;
+        const GroupKey group = groupOf(record);
+        judgeScore(groupScores[group], options, row);
+        judgeThreads(record, options, row);
+        row.flagged = !row.reasons.isEmpty();
+        rows.emplace_back(group, std::move(row));
+    }
+    std::sort(rows.begin(), rows.end(), [](const auto& a, const auto& b) {
+        if (a.first != b.first) {
+            return a.first < b.first;
+        }
+        // Rows without a score go last in their group.
+        const double scoreA = a.second.psResult.value_or(INFINITY);
+        const double scoreB = b.second.psResult.value_or(INFINITY);
+        if (scoreA != scoreB) {
+            return scoreA < scoreB;
+        }
+        return a.second.host < b.second.host;
+    });
+    std::vector<CompareRow> result;
+    result.reserve(rows.size());
+    for (auto& entry : rows) {
+        result.push_back(std::move(entry.second));
+    }
+    return result;
+}

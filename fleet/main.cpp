@@ -1,0 +1,43 @@
+#include <QCoreApplication>
+#include <clocale>
+#include <cstdio>
+
+#include "fleet_commands.h"
+
+namespace {
+
+const char kUsage[] =
+    "Usage:\n"
+    "  corebench-fleet run [--out DIR] [--prom DIR] [--corebench PATH] [-- corebench args...]\n"
+    "  corebench-fleet import [--host NAME] [--test NAME] [--out DIR] [--prom DIR] LOG...\n"
+    "  corebench-fleet compare [--format table|csv|json] [--floor 0.90] [--z 3.5] PATH...\n"
+    "Run 'corebench-fleet COMMAND --help' for a command's options.\n";
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication application(argc, argv);
+    // Numbers in records and tables are written with a full stop whatever the user's locale.
+    setlocale(LC_NUMERIC, "C");
+    const QStringList arguments = application.arguments().mid(1);
+    const QString command = arguments.value(0);
+    int status = kStatusUsage;
+    if (command == QLatin1String("run")) {
+        status = runCommand(arguments);
+    } else if (command == QLatin1String("import")) {
+        status = importCommand(arguments);
+    } else if (command == QLatin1String("compare")) {
+        status = compareCommand(arguments);
+    } else if (command == QLatin1String("--help") || command == QLatin1String("-h")) {
+        fputs(kUsage, stdout);
+        status = kStatusOk;
+    } else {
+        if (!command.isEmpty()) {
+            printMessage(QStringLiteral("unknown command \"%1\"").arg(command));
+        }
+        fputs(kUsage, stderr);
+    }
+    fflush(stdout);
+    fflush(stderr);
+    return status;
+}

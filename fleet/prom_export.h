@@ -1,0 +1,16 @@
+#pragma once
+
+// The node exporter's textfile format (corebench.prom) of the latest record of each test.
+
+#include <QByteArray>
+#include <QString>
+
+#include "record.h"
+
+// Escapes a label value: backslash, double quote and line feed.
+QString escapeLabelValue(const QString& value);
+
+// The whole file after record: the record's series replace those of its test, the series of other
+// tests in existing (the file as it was; may be empty or damaged) are kept, and corebench_info
+// describes the latest binary and CPU.
+QByteArray promText(const Record& record, const QByteArray& existing);

@@ -1,0 +1,304 @@
+#include "record.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonValue>
+#include <cmath>
+
+#include "log_parser.h"
+#include "test_names.h"
+
+namespace {
+
+const char* const kKeys[] = {
+    "schema",        "host",
+    "test",          "started_at",
+    "duration_s",    "threads",
+    "thread_ps",     "ps_result",
+    "exit_value",    "status",
+    "cpu_model",     "logical_cpus",
+    "physical_cpus", "hyperthreading",
+    "mhz_current",   "mhz_max",
+    "ram_gib",       "os",
+    "errors",        "corebench_sha256",
+    "source",
+};
+
+double roundTo3(double value) {
+    return std::round(value * 1000.0) / 1000.0;
+}
+
+// The driver's own mean, in single precision and run order, to the three decimals corebench
+// prints scores with.
+double meanOfRuns(const QVector<double>& ps) {
+    float sum = static_cast<float>(ps[0]) + 0.0f;
+    for (int i = 1; i < ps.size(); ++i) {
+        sum += static_cast<float>(ps[i]);
+    }
+    return roundTo3(static_cast<double>(sum / static_cast<float>(ps.size())));
+}
+
+template <typename T>
+QJsonValue orNull(const std::optional<T>& value) {
+    return value ? QJsonValue(*value) : QJsonValue(QJsonValue::Null);
+}
+
+QJsonValue orNull(const std::optional<qint64>& value) {
+    // JSON numbers are doubles here; every value a record holds is far inside 2^53.
+    return value ? QJsonValue(static_cast<double>(*value)) : QJsonValue(QJsonValue::Null);
+}
+
+QString sanitized(const QString& text) {
+    QString result;
+    for (const QChar c : text) {
+        const bool plain = (c >= QLatin1Char('a') && c <= QLatin1Char('z')) ||
+                           (c >= QLatin1Char('A') && c <= QLatin1Char('Z')) ||
+                           (c >= QLatin1Char('0') && c <= QLatin1Char('9')) ||
+                           c == QLatin1Char('_') || c == QLatin1Char('-') || c == QLatin1Char('.');
+        result += plain ? c : QLatin1Char('_');
+    }
+    return result.isEmpty() ? QStringLiteral("unknown") : result;
+}
+
+// Field readers: each returns false and sets error when the value has the wrong type.
+class Reader {
+  public:
+    Reader(const QJsonObject& object, QString* error) : object_(object), error_(error) {}
+
+    bool string(const char* key, QString* out) {
+        const QJsonValue value = object_.value(QLatin1String(key));
+        if (!value.isString() || value.toString().isEmpty()) {
+            return fail(key, "a non-empty string");
+        }
+        *out = value.toString();
+        return true;
+    }
+    bool optionalString(const char* key, std::optional<QString>* out) {
+        const QJsonValue value = object_.value(QLatin1String(key));
+        if (value.isNull()) {
+            return true;
+        }
+        if (!value.isString()) {
+            return fail(key, "a string or null");
+        }
+        *out = value.toString();
+        return true;
+    }
+    bool optionalNumber(const char* key, std::optional<double>* out) {
+        const QJsonValue value = object_.value(QLatin1String(key));
+        if (value.isNull()) {
+            return true;
+        }
+        if (!value.isDouble() || !std::isfinite(value.toDouble())) {
+            return fail(key, "a number or null");
+        }
+        *out = value.toDouble();
+        return true;
+    }
+    template <typename T>
+    bool optionalInteger(const char* key, std::optional<T>* out) {
+        std::optional<double> number;
+        if (!optionalNumber(key, &number)) {
+            return false;
+        }
+        if (number) {
+            if (*number != std::floor(*number) || std::fabs(*number) > 9.0e15) {
+                return fail(key, "an integer or null");
+            }
+            *out = static_cast<T>(*number);
+        }
+        return true;
+    }
+    bool optionalBool(const char* key, std::optional<bool>* out) {
+        const QJsonValue value = object_.value(QLatin1String(key));
+        if (value.isNull()) {
+            return true;
+        }
+        if (!value.isBool()) {
+            return fail(key, "true, false or null");
+        }
+        *out = value.toBool();
+        return true;
+    }
+    bool numbers(const char* key, QVector<double>* out) {
+        const QJsonValue value = object_.value(QLatin1String(key));
+        if (!value.isArray()) {
+            return fail(key, "an array of numbers");
+        }
+        for (const QJsonValue& item : value.toArray()) {
+            if (!item.isDouble() || !std::isfinite(item.toDouble())) {
+                return fail(key, "an array of numbers");
+            }
+            out->append(item.toDouble());
+        }
+        return true;
+    }
+    bool strings(const char* key, QStringList* out) {
+        const QJsonValue value = object_.value(QLatin1String(key));
+        if (!value.isArray()) {
+            return fail(key, "an array of strings");
+        }
+        for (const QJsonValue& item : value.toArray()) {
+            if (!item.isString()) {
+                return fail(key, "an array of strings");
+            }
+            out->append(item.toString());
+        }
+        return true;
+    }
+    bool fail(const char* key, const char* expected) {
+        *error_ =
+            QStringLiteral("\"%1\" is not %2").arg(QLatin1String(key), QLatin1String(expected));
+        return false;
+    }
+
+  private:
+    const QJsonObject& object_;
+    QString* error_;
+};
+
+}  // namespace
+
+Record recordFromLog(const ParsedLog& log, const RecordOrigin& origin, QString* warning) {
+    Record record;
+    record.host = origin.host;
+    record.test = origin.test;
+    record.startedAt = origin.startedAt.toUTC();
+    record.durationS = origin.durationS;
+    record.status = origin.status;
+    record.corebenchSha256 = origin.corebenchSha256;
+    record.source = origin.source;
+    record.threadPs = log.threadPs;
+    record.exitValue = log.exitValue;
+    record.cpuModel = log.cpuDescription;
+    record.logicalCpus = log.logicalCpus;
+    record.physicalCpus = log.physicalCpus;
+    record.hyperthreading = log.hyperthreading;
+    record.mhzCurrent = log.mhzCurrent;
+    record.mhzMax = log.mhzMax;
+    record.ramGib = log.ramGib;
+    record.os = log.os;
+    record.errors = log.errors;
+    warning->clear();
+    const int runs = runsOfTest(origin.test);
+    if (runs == 1) {
+        record.psResult = log.psResult;
+    } else if (log.verboseRunPs.size() == runs) {
+        record.psResult = meanOfRuns(log.verboseRunPs);
+    } else {
+        *warning = QStringLiteral(
+                       "%1 prints only its last run's score, not the mean of its %2 runs: the "
+                       "record's ps_result is null (the verbose form prints every run)")
+                       .arg(origin.test)
+                       .arg(runs);
+    }
+    return record;
+}
+
+QJsonObject recordToJson(const Record& record) {
+    QJsonArray threadPs;
+    for (const double ps : record.threadPs) {
+        threadPs.append(ps);
+    }
+    QJsonObject object;
+    object.insert(QStringLiteral("schema"), 1);
+    object.insert(QStringLiteral("host"), record.host);
+    object.insert(QStringLiteral("test"), record.test);
+    object.insert(QStringLiteral("started_at"), record.startedAt.toUTC().toString(Qt::ISODate));
+    object.insert(QStringLiteral("duration_s"), orNull(record.durationS));
+    object.insert(QStringLiteral("threads"), record.threadPs.size());
+    object.insert(QStringLiteral("thread_ps"), threadPs);
+    object.insert(QStringLiteral("ps_result"), orNull(record.psResult));
+    object.insert(QStringLiteral("exit_value"), orNull(record.exitValue));
+    object.insert(QStringLiteral("status"), orNull(record.status));
+    object.insert(QStringLiteral("cpu_model"), orNull(record.cpuModel));
+    object.insert(QStringLiteral("logical_cpus"), orNull(record.logicalCpus));
+    object.insert(QStringLiteral("physical_cpus"), orNull(record.physicalCpus));
+    object.insert(QStringLiteral("hyperthreading"), orNull(record.hyperthreading));
+    object.insert(QStringLiteral("mhz_current"), orNull(record.mhzCurrent));
+    object.insert(QStringLiteral("mhz_max"), orNull(record.mhzMax));
+    object.insert(QStringLiteral("ram_gib"), orNull(record.ramGib));
+    object.insert(QStringLiteral("os"), orNull(record.os));
+    object.insert(QStringLiteral("errors"), QJsonArray::fromStringList(record.errors));
+    object.insert(QStringLiteral("corebench_sha256"), orNull(record.corebenchSha256));
+    object.insert(QStringLiteral("source"), record.source);
+    return object;
+}
+
+QByteArray recordToBytes(const Record& record) {
+    return QJsonDocument(recordToJson(record)).toJson(QJsonDocument::Indented);
+}
+
+std::optional<Record> recordFromJson(const QByteArray& bytes, QString* error) {
+    QJsonParseError parseError;
+    const QJsonDocument document = QJsonDocument::fromJson(bytes, &parseError);
+    if (document.isNull()) {
+        *error = QStringLiteral("not JSON: %1 at offset %2")
+                     .arg(parseError.errorString())
+                     .arg(parseError.offset);
+        return std::nullopt;
+    }
+    if (!document.isObject()) {
+        *error = QStringLiteral("not a JSON object");
+        return std::nullopt;
+    }
+    const QJsonObject object = document.object();
+    for (const char* key : kKeys) {
+        if (!object.contains(QLatin1String(key))) {
+            *error = QStringLiteral("key \"%1\" is missing").arg(QLatin1String(key));
+            return std::nullopt;
+        }
+    }
+    if (object.value(QStringLiteral("schema")) != QJsonValue(1)) {
+        *error = QStringLiteral("\"schema\" is not 1");
+        return std::nullopt;
+    }
+    Record record;
+    Reader read(object, error);
+    QString startedAt;
+    std::optional<int> threads;
+    if (!read.string("host", &record.host) || !read.string("test", &record.test) ||
+        !read.string("started_at", &startedAt) || !read.string("source", &record.source) ||
+        !read.optionalNumber("duration_s", &record.durationS) ||
+        !read.optionalInteger("threads", &threads) ||
+        !read.numbers("thread_ps", &record.threadPs) ||
+        !read.optionalNumber("ps_result", &record.psResult) ||
+        !read.optionalInteger("exit_value", &record.exitValue) ||
+        !read.optionalInteger("status", &record.status) ||
+        !read.optionalString("cpu_model", &record.cpuModel) ||
+        !read.optionalInteger("logical_cpus", &record.logicalCpus) ||
+        !read.optionalInteger("physical_cpus", &record.physicalCpus) ||
+        !read.optionalBool("hyperthreading", &record.hyperthreading) ||
+        !read.optionalInteger("mhz_current", &record.mhzCurrent) ||
+        !read.optionalInteger("mhz_max", &record.mhzMax) ||
+        !read.optionalInteger("ram_gib", &record.ramGib) ||
+        !read.optionalString("os", &record.os) || !read.strings("errors", &record.errors) ||
+        !read.optionalString("corebench_sha256", &record.corebenchSha256)) {
+        return std::nullopt;
+    }
+    record.startedAt = QDateTime::fromString(startedAt, Qt::ISODate);
+    if (!record.startedAt.isValid()) {
+        *error = QStringLiteral("\"started_at\" is not an ISO 8601 time: %1").arg(startedAt);
+        return std::nullopt;
+    }
+    record.startedAt = record.startedAt.toUTC();
+    if (threads.value_or(-1) != record.threadPs.size()) {
+        *error = QStringLiteral("\"threads\" does not match the length of \"thread_ps\"");
+        return std::nullopt;
+    }
+    if (record.source != QLatin1String("run") && record.source != QLatin1String("import")) {
+        *error = QStringLiteral("\"source\" is neither \"run\" nor \"import\"");
+        return std::nullopt;
+    }
+    return record;
+}
+
+QString recordBaseName(const QString& host, const QString& test, const QDateTime& startedAt) {
+    return sanitized(host) + QLatin1Char('-') + sanitized(test) + QLatin1Char('-') +
+           startedAt.toUTC().toString(QStringLiteral("yyyyMMdd'T'HHmmss'Z'"));
+}
+
+QString shortHostName(const QString& name) {
+    const int dot = name.indexOf(QLatin1Char('.'));
+    return dot < 0 ? name : name.left(dot);
+}

@@ -1,0 +1,19 @@
+#pragma once
+
+// corebench's test names, as its command line knows them.
+
+#include <QString>
+#include <QStringList>
+
+struct ParsedLog;
+
+// The canonical spelling of a test name, matched as corebench matches it (ignoring case, whole
+// word); an empty name is All, corebench's default. Returns an empty string for an unknown name.
+QString canonicalTestName(const QString& name);
+
+// How many times the test runs (5 or 10 for the repeated tests, else 1); 1 for unknown names.
+int runsOfTest(const QString& canonicalName);
+
+// The test that most likely printed a log whose command line is not known (imports). The quiet
+// Single, Single5 and Single10 print the same lines and differ only in their duration.
+QString inferTestName(const ParsedLog& log);

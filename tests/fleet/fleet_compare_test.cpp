@@ -1,0 +1,215 @@
+// Slow-node detection on planted fleets, and the three output formats.
+
+#include "fleet_compare.h"
+
+#include <gtest/gtest.h>
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include "compare_format.h"
+
+namespace {
+
+LoadedRecord node(const QString& host, double ps,
+                  const QString& model = QStringLiteral("EPYC 7543"), int day = 1,
+                  QVector<double> threads = {}) {
+    LoadedRecord loaded;
+    Record& r = loaded.record;
+    r.host = host;
+    r.test = QStringLiteral("All");
+    r.startedAt = QDateTime(QDate(2026, 11, day), QTime(12, 0), Qt::UTC);
+    r.psResult = ps;
+    r.threadPs = threads.isEmpty() ? QVector<double>{ps / 2, ps / 2} : threads;
+    r.cpuModel = model;
+    r.logicalCpus = 2;
+    r.source = QStringLiteral("run");
+    loaded.file = QStringLiteral("/records/%1-%2.json").arg(host).arg(day);
+    return loaded;
+}
+
+const CompareRow& rowOf(const std::vector<CompareRow>& rows, const char* host) {
+    for (const CompareRow& row : rows) {
+        if (row.host == QLatin1String(host)) {
+            return row;
+        }
+    }
+    ADD_FAILURE() << "no row for " << host;
+    return rows.front();
+}
+
+TEST(FleetCompare, FlagsPlantedSlowNodes) {
+    std::vector<LoadedRecord> records;
+    const double scores[] = {100.0, 101.0, 99.5, 100.5, 98.9, 100.2, 101.3, 99.8};
+    for (int i = 0; i < 8; ++i) {
+        records.push_back(node(QStringLiteral("n%1").arg(i), scores[i]));
+    }
+    records.push_back(node("zslow", 95.0));  // 5 % down: far outside this tight group's spread
+    records.push_back(node("throttled", 80.0));
+    const std::vector<CompareRow> rows = compareRecords(records, CompareOptions());
+    ASSERT_EQ(rows.size(), 10u);
+    // Sorted by score within the group: the slowest first.
+    EXPECT_EQ(rows[0].host, QStringLiteral("throttled"));
+    EXPECT_EQ(rows[1].host, QStringLiteral("zslow"));
+
+    const CompareRow& slow = rowOf(rows, "zslow");
+    EXPECT_TRUE(slow.flagged);
+    ASSERT_TRUE(slow.robustZ);
+    EXPECT_LT(*slow.robustZ, -3.5);
+    EXPECT_EQ(slow.reasons.size(), 1) << "above the floor, so z only";
+    EXPECT_TRUE(slow.reasons[0].startsWith(QLatin1String("robust z")));
+
+    const CompareRow& throttled = rowOf(rows, "throttled");
+    EXPECT_TRUE(throttled.flagged);
+    EXPECT_EQ(throttled.reasons.size(), 2);
+    EXPECT_TRUE(throttled.reasons[1].contains(QLatin1String("of the group median (floor 0.9)")));
+    // Median of the ten: (99.8 + 100.0) / 2.
+    EXPECT_DOUBLE_EQ(*throttled.groupMedian, 99.9);
+    EXPECT_DOUBLE_EQ(*throttled.ratio, 80.0 / 99.9);
+
+    for (int i = 0; i < 8; ++i) {
+        EXPECT_FALSE(rowOf(rows, qPrintable(QStringLiteral("n%1").arg(i))).flagged) << i;
+    }
+}
+
+TEST(FleetCompare, MadOfZeroLeavesTheFloorToJudge) {
+    // More than half the group on one score: the MAD is 0 and z undefined.
+    std::vector<LoadedRecord> records{node("a", 100.0), node("b", 100.0), node("c", 100.0),
+                                      node("d", 99.0), node("e", 85.0)};
+    const std::vector<CompareRow> rows = compareRecords(records, CompareOptions());
+    for (const CompareRow& row : rows) {
+        EXPECT_FALSE(row.robustZ) << row.host.toStdString();
+    }
+    EXPECT_FALSE(rowOf(rows, "d").flagged);
+    EXPECT_TRUE(rowOf(rows, "e").flagged);
+}
+
+TEST(FleetCompare, SmallGroupsUseTheFloorOnly) {
+    // Groups are (CPU model, logical CPUs, test): these are a group of one and one of two.
+    std::vector<LoadedRecord> records{node("alone", 50.0, "Xeon Gold 6338"),
+                                      node("pair-a", 100.0, "EPYC 9654"),
+                                      node("pair-b", 95.0, "EPYC 9654")};
+    std::vector<CompareRow> rows = compareRecords(records, CompareOptions());
+    for (const CompareRow& row : rows) {
+        EXPECT_FALSE(row.flagged) << row.host.toStdString();
+        EXPECT_FALSE(row.robustZ);
+    }
+    EXPECT_DOUBLE_EQ(*rowOf(rows, "alone").groupMedian, 50.0);
+    EXPECT_DOUBLE_EQ(*rowOf(rows, "pair-b").groupMedian, 97.5);
+    records[2].record.psResult = 80.0;  // 80 / 90 = 0.889, below the floor
+    rows = compareRecords(records, CompareOptions());
+    EXPECT_TRUE(rowOf(rows, "pair-b").flagged);
+    // The other options move the threshold.
+    CompareOptions loose;
+    loose.floor = 0.85;
+    EXPECT_FALSE(rowOf(compareRecords(records, loose), "pair-b").flagged);
+}
+
+TEST(FleetCompare, FlagsASlowCore) {
+    std::vector<LoadedRecord> records{
+        node("even", 40.0, "EPYC", 1, {10.0, 10.1, 9.9, 10.0}),
+        node("onecore", 40.0, "EPYC", 1, {10.0, 10.1, 8.0, 10.0}),
+        node("single", 40.0, "EPYC", 1, {20.0}),
+    };
+    const std::vector<CompareRow> rows = compareRecords(records, CompareOptions());
+    const CompareRow& slow = rowOf(rows, "onecore");
+    EXPECT_TRUE(slow.flagged);
+    EXPECT_EQ(slow.reasons,
+              QStringList{"slow core: thread 2 at 0.800 of the median thread (floor 0.9)"});
+    EXPECT_DOUBLE_EQ(*slow.minThreadPs, 8.0);
+    EXPECT_DOUBLE_EQ(*slow.medianThreadPs, 10.0);
+    EXPECT_FALSE(rowOf(rows, "even").flagged);
+    EXPECT_FALSE(rowOf(rows, "single").flagged);
+}
+
+TEST(FleetCompare, NewestRecordPerHostAndTestAndItsVariation) {
+    std::vector<LoadedRecord> records{node("a", 90.0, "EPYC", 3), node("a", 100.0, "EPYC", 1),
+                                      node("a", 110.0, "EPYC", 2), node("b", 100.0, "EPYC", 1)};
+    LoadedRecord other = node("a", 10.0, "EPYC", 4);
+    other.record.test = QStringLiteral("SingleSpeed");
+    records.push_back(other);
+    const std::vector<CompareRow> rows = compareRecords(records, CompareOptions());
+    ASSERT_EQ(rows.size(), 3u);
+    const CompareRow* all = nullptr;
+    for (const CompareRow& row : rows) {
+        if (row.host == QLatin1String("a") && row.test == QLatin1String("All")) {
+            all = &row;
+        }
+    }
+    ASSERT_TRUE(all);
+    EXPECT_DOUBLE_EQ(*all->psResult, 90.0);  // the newest, not the last read
+    EXPECT_EQ(all->records, 3);
+    EXPECT_EQ(all->file, QStringLiteral("/records/a-3.json"));
+    ASSERT_TRUE(all->cv);
+    EXPECT_NEAR(*all->cv, 10.0 / 100.0, 1e-12);  // sample standard deviation 10 over mean 100
+    EXPECT_FALSE(rowOf(rows, "b").cv) << "one record has no variation";
+}
+
+TEST(FleetCompare, RecordsWithoutAScoreAreListedNotJudged) {
+    std::vector<LoadedRecord> records{node("a", 100.0), node("b", 100.0), node("c", 98.0)};
+    records[1].record.psResult.reset();
+    records[1].record.threadPs.clear();
+    const std::vector<CompareRow> rows = compareRecords(records, CompareOptions());
+    EXPECT_EQ(rows.back().host, QStringLiteral("b"));
+    EXPECT_FALSE(rows.back().flagged);
+    EXPECT_FALSE(rows.back().groupMedian);
+    EXPECT_DOUBLE_EQ(*rowOf(rows, "c").groupMedian, 99.0);
+}
+
+TEST(Median, OddEvenAndOne) {
+    EXPECT_DOUBLE_EQ(median({3.0}), 3.0);
+    EXPECT_DOUBLE_EQ(median({5.0, 1.0, 3.0}), 3.0);
+    EXPECT_DOUBLE_EQ(median({4.0, 1.0, 3.0, 2.0}), 2.5);
+}
+
+std::vector<CompareRow> formatted() {
+    std::vector<LoadedRecord> records{node("n1", 100.0, "AMD EPYC 7543 32-Core, \"B\" stepping"),
+                                      node("n2", 70.0, "AMD EPYC 7543 32-Core, \"B\" stepping")};
+    return compareRecords(records, CompareOptions());
+}
+
+TEST(CompareFormat, CsvColumnsAndQuoting) {
+    const QStringList lines = QString::fromUtf8(formatCompareCsv(formatted())).split('\n');
+    ASSERT_EQ(lines.size(), 4);
+    EXPECT_EQ(lines[0], QStringLiteral("host,test,started_at,flagged,reason,ps_result,group_median,"
+                                       "ratio,robust_z,min_thread_ps,median_thread_ps,cv,records,"
+                                       "logical_cpus,cpu_model,file"));
+    EXPECT_EQ(lines[1],
+              QStringLiteral("n2,All,2026-11-01T12:00:00Z,yes,score at 0.824 of the group median "
+                             "(floor 0.9),70.000,85.000,0.824,,35.000,35.000,,1,2,"
+                             "\"AMD EPYC 7543 32-Core, \"\"B\"\" stepping\",/records/n2-1.json"));
+    EXPECT_TRUE(lines[2].startsWith(QLatin1String("n1,All,2026-11-01T12:00:00Z,no,,100.000,")));
+    EXPECT_TRUE(lines[3].isEmpty());
+}
+
+TEST(CompareFormat, JsonAndTableCarryTheSameColumns) {
+    const QJsonObject root = QJsonDocument::fromJson(formatCompareJson(formatted())).object();
+    EXPECT_EQ(root.value("schema").toInt(), 1);
+    const QJsonArray rows = root.value("rows").toArray();
+    ASSERT_EQ(rows.size(), 2);
+    const QJsonObject first = rows[0].toObject();
+    QStringList keys = first.keys();
+    QStringList columns = compareColumns();
+    keys.sort();
+    columns.sort();
+    EXPECT_EQ(keys, columns);
+    EXPECT_EQ(first.value("flagged"), QJsonValue(true));
+    EXPECT_EQ(first.value("ratio").toDouble(), 0.824);
+    EXPECT_TRUE(first.value("robust_z").isNull());
+    EXPECT_TRUE(first.value("cv").isNull());
+    EXPECT_EQ(first.value("cpu_model").toString(),
+              QStringLiteral("AMD EPYC 7543 32-Core, \"B\" stepping"));
+
+    const QStringList table = QString::fromUtf8(formatCompareTable(formatted())).split('\n');
+    ASSERT_EQ(table.size(), 4);
+    EXPECT_TRUE(
+        table[0].startsWith(QLatin1String("host  test  started_at            flagged  reason")));
+    // Aligned: every column starts at the same place on every line.
+    const int psColumn = table[0].indexOf(QLatin1String("ps_result"));
+    EXPECT_EQ(table[1].mid(psColumn, 6), QStringLiteral("70.000"));
+    EXPECT_EQ(table[2].mid(psColumn, 7), QStringLiteral("100.000"));
+    EXPECT_EQ(table[2].indexOf(QLatin1String(" - ")) > 0, true) << "empty reason shows as -";
+}
+
+}  // namespace
