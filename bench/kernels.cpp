@@ -35,10 +35,12 @@ constexpr int32_t kFillCount = 16000;
 
 // Makes the optimiser forget what it knows about v without moving it out of its register. The
 // integer recurrences need it: (c * 20000) / c would otherwise fold to 20000, and with it every
-// division of the loop.
+// division of the loop. Not volatile: its output is used, so it stays, while the optimiser remains
+// free to move it with the value, which lets it split the loop on the parity of the step instead
+// of selecting values with conditional moves on the loop-carried chain.
 template <typename T>
 void hideValue(T& v) {
-    __asm__ volatile("" : "+r"(v));
+    __asm__("" : "+r"(v));
 }
 
 // Tells the optimiser that the memory behind p may be read, so that stores into it are kept.
@@ -121,7 +123,9 @@ T integerLoop(T a, T b, T divisor) {
     T sum = 0;
     for (int32_t i = 1; i <= kRecurrenceSteps; ++i) {
         const bool odd = (i & 1) != 0;
-        const T s = odd ? a + b - 1 : a + b + 1;
+        T s = odd ? a + b - 1 : a + b + 1;
+        // Knowing s, the optimiser would fold d to b - 1 or b + 1 and drop the additions.
+        hideValue(s);
         const T d = (b + (a + b)) - s;
         const T c = d * d;
         T scaled = c * aFactor;

@@ -18,8 +18,14 @@ struct ProcessResult {
     int status = -1;      // exit status as the shell sees it, 0 to 255
 };
 
+// Runs the program directly, or through the emulator (its words first) in a cross build.
 inline ProcessResult runCorebench(const std::vector<std::string>& arguments) {
-    std::vector<char*> argv = {const_cast<char*>(COREBENCH_BINARY)};
+    static const std::vector<std::string> launcher = COREBENCH_LAUNCHER;
+    std::vector<char*> argv;
+    for (const std::string& word : launcher) {
+        argv.push_back(const_cast<char*>(word.c_str()));
+    }
+    argv.push_back(const_cast<char*>(COREBENCH_BINARY));
     for (const std::string& argument : arguments) {
         argv.push_back(const_cast<char*>(argument.c_str()));
     }

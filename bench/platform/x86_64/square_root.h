@@ -5,11 +5,9 @@
 // optimiser, which would otherwise fold the root-then-square loops away, 113 being a fixed point
 // of them.
 
-#include <cstdint>
-
-#if defined(__x86_64__)
-
 #include <immintrin.h>
+
+#include <cstdint>
 
 inline float squareRoot(float v) {
     float root;
@@ -33,23 +31,3 @@ inline void fillRootOverValue(float* values, int32_t count) {
         v = _mm_add_ps(v, step);
     }
 }
-
-#else
-
-#include <cmath>
-
-template <typename T>
-T squareRoot(T v) {
-    __asm__ volatile("" : "+r"(v));
-    return std::sqrt(v);
-}
-
-inline void fillRootOverValue(float* values, int32_t count) {
-    float v = 1.0f;
-    for (int32_t j = 0; j < count; ++j) {
-        values[j] = std::sqrt(v) / v;
-        v += 1.0f;
-    }
-}
-
-#endif
