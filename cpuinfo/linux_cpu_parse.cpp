@@ -94,16 +94,17 @@ bool parseMhzAsHz(std::string_view text, int64_t* hz) {
     text = withoutTrailingSpace(text);
     const size_t dot = text.find('.');
     int64_t mhz = 0;
-    if (!parseUnsigned(text.substr(0, dot), 10, &mhz) || mhz > INT64_MAX / 1000000) {
+    if (!parseUnsigned(text.substr(0, dot), 10, &mhz)) {
         return false;
     }
     int64_t fraction = 0;
     if (dot != std::string_view::npos) {
-        // Digits past the sixth are below one Hz and dropped.
+        // Digits past the sixth are below one Hz and dropped, however many there are.
         std::string_view digits = text.substr(dot + 1);
-        int64_t discarded = 0;
-        if (digits.size() > 6 && !parseUnsigned(digits.substr(6), 10, &discarded)) {
-            return false;
+        for (size_t i = 6; i < digits.size(); ++i) {
+            if (digitValue(digits[i], 10) < 0) {
+                return false;
+            }
         }
         digits = digits.substr(0, 6);
         if (!parseUnsigned(digits, 10, &fraction)) {
@@ -112,6 +113,10 @@ bool parseMhzAsHz(std::string_view text, int64_t* hz) {
         for (size_t i = digits.size(); i < 6; ++i) {
             fraction *= 10;
         }
+    }
+    // The whole MHz alone may fit while the sum with the fraction does not.
+    if (mhz > (INT64_MAX - fraction) / 1000000) {
+        return false;
     }
     *hz = mhz * 1000000 + fraction;
     return true;

@@ -18,7 +18,8 @@ bool findProcField(std::string_view text, std::string_view key, std::string_view
 bool parseSysfsDecimal(std::string_view text, int64_t* value);
 bool parseSysfsHex(std::string_view text, int64_t* value);
 
-// "cpu MHz" of /proc/cpuinfo, e.g. "2596.148", as whole Hz, exact for up to six decimals.
+// "cpu MHz" of /proc/cpuinfo, e.g. "2596.148", as whole Hz, exact for up to six decimals. A clock
+// beyond int64 Hz is refused.
 bool parseMhzAsHz(std::string_view text, int64_t* hz);
 
 // MemTotal of /proc/meminfo, e.g. "24684084 kB", in bytes.

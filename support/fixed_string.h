@@ -109,7 +109,9 @@ struct FixedString {
         }
     }
 
-    void appendNumber(const int64_t& v, char width) {
+    // The width is signed on purpose: plain char is unsigned on arm64, where a negative width
+    // would turn into a wide left-aligned field.
+    void appendNumber(const int64_t& v, signed char width) {
         char digits[32];
         snprintf(digits, sizeof(digits), "%lld", static_cast<long long>(v));
         digits[20] = '\0';

@@ -45,6 +45,16 @@ TEST(LinuxCpuParse, Clocks) {
     ASSERT_TRUE(parseMhzAsHz(field("epyc-vm/cpuinfo", "cpu MHz"), &hz));
     EXPECT_EQ(hz, 2596148000);
     EXPECT_FALSE(parseMhzAsHz("unknown", &hz));
+    // The whole MHz fit in int64 Hz; only the fraction takes the sum past it.
+    ASSERT_TRUE(parseMhzAsHz("9223372036854.775807", &hz));
+    EXPECT_EQ(hz, INT64_MAX);
+    EXPECT_FALSE(parseMhzAsHz("9223372036854.775808", &hz));
+    EXPECT_FALSE(parseMhzAsHz("9223372036854.9", &hz));
+    EXPECT_FALSE(parseMhzAsHz("9223372036855", &hz));
+    // Digits below one Hz are dropped, also more of them than int64 holds; they must be digits.
+    ASSERT_TRUE(parseMhzAsHz("2596.148000999999999999999999999\n", &hz));
+    EXPECT_EQ(hz, 2596148000);
+    EXPECT_FALSE(parseMhzAsHz("2596.1480000x", &hz));
     EXPECT_EQ(number("intel-desktop/cpu0/cpufreq/cpuinfo_max_freq"), 4500000);
     EXPECT_EQ(number("intel-desktop/cpu0/cpufreq/scaling_cur_freq"), 4400013);
     EXPECT_FALSE(parseSysfsDecimal("9223372036854775808\n", &hz));

@@ -88,7 +88,7 @@ TEST(FixedString, ParseDecimal) {
 }
 
 TEST(FixedString, AppendNumberPadsOnTheSideOfTheWidthSign) {
-    const auto number = [](int64_t value, char width) {
+    const auto number = [](int64_t value, int width) {
         FixedString<50> s;
         s.appendNumber(value, width);
         return str(s);

@@ -1,0 +1,14 @@
+#pragma once
+
+// A failed comparison with a target's model aborts, so libFuzzer keeps the input as a crash.
+
+#include <cstdio>
+#include <cstdlib>
+
+#define FUZZ_CHECK(condition)                                                                \
+    do {                                                                                     \
+        if (!(condition)) {                                                                  \
+            fprintf(stderr, "%s:%d: model disagrees: %s\n", __FILE__, __LINE__, #condition); \
+            abort();                                                                         \
+        }                                                                                    \
+    } while (0)
