@@ -234,14 +234,20 @@ wait_for 30 "node $node IDLE" state_is IDLE
 say "cluster up: node $node $(node_state), slurmctld port $ctld_port, slurmd port $slurmd_port"
 
 # ---- sweep: one exclusive job on the node, then the report job
-sweep_out=$("$contrib/corebench-sweep" --out "$tmp/records" --partition cb --test SingleSpeed \
-  --fleet "$fleet" --corebench "$corebench" --time 5)
+# Runs the sweep with the given node selection; sets sweep_out, bench_job, report_job and report
+# (the report's path without .txt).
+sweep() {
+  sweep_out=$("$contrib/corebench-sweep" --out "$tmp/records" "$@" --test SingleSpeed \
+    --fleet "$fleet" --corebench "$corebench" --time 5)
+  bench_job=$(printf '%s\n' "$sweep_out" | awk -v n="$node" '$1 == n { print $2 }')
+  report_job=$(printf '%s\n' "$sweep_out" | awk '$1 == "report" { print $2 }')
+  report=$(printf '%s\n' "$sweep_out" | awk '$1 == "report" { print $3 }')
+  report=${report%.txt}
+  [ -n "$bench_job" ] && [ -n "$report_job" ] && [ -n "$report" ] ||
+    fail "unexpected sweep output: $sweep_out"
+}
+sweep --partition cb
 say "sweep submitted: $(printf '%s' "$sweep_out" | tr '\n' '|')"
-bench_job=$(printf '%s\n' "$sweep_out" | awk -v n="$node" '$1 == n { print $2 }')
-report_job=$(printf '%s\n' "$sweep_out" | awk '$1 == "report" { print $2 }')
-report=$(printf '%s\n' "$sweep_out" | awk '$1 == "report" { print $3 }')
-report=${report%.txt}
-[ -n "$bench_job" ] && [ -n "$report_job" ] && [ -n "$report" ] || fail "unexpected sweep output: $sweep_out"
 [ "$(printf '%s\n' "$sweep_out" | wc -l)" -eq 2 ] || fail "sweep printed more than the node and report lines"
 
 job_field() {
@@ -338,14 +344,8 @@ wait_for 15 "node $node back to IDLE" state_is IDLE
 write_conf "$high"
 healthcheck >/dev/null || fail "health check failed"
 state_is IDLE+DRAIN || fail "node is $(node_state) after a floor above its score, not IDLE+DRAIN"
-sweep_out=$("$contrib/corebench-sweep" --out "$tmp/records" --nodes "$node" --test SingleSpeed \
-  --fleet "$fleet" --corebench "$corebench" --time 5)
+sweep --nodes "$node"
 say "sweep of the drained node: $(printf '%s' "$sweep_out" | tr '\n' '|'), node now $(node_state)"
-bench_job=$(printf '%s\n' "$sweep_out" | awk -v n="$node" '$1 == n { print $2 }')
-report_job=$(printf '%s\n' "$sweep_out" | awk '$1 == "report" { print $2 }')
-report=$(printf '%s\n' "$sweep_out" | awk '$1 == "report" { print $3 }')
-report=${report%.txt}
-[ -n "$bench_job" ] && [ -n "$report_job" ] || fail "unexpected sweep output: $sweep_out"
 wait_for 120 "jobs $bench_job and $report_job ending" jobs_done "$bench_job" "$report_job"
 for id in "$bench_job" "$report_job"; do
   state=$(job_field "$id" JobState)
