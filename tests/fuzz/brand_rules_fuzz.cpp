@@ -1,13 +1,13 @@
 // The CPU record from arbitrary OS answers: the brand text (the input up to its first line feed),
 // then counts, clocks and failures taken from the rest. The short name is checked against what
-// the rules can and cannot do to a text, and against the expected name for brand texts built in
-// the form of the big vendors' families; the clocks and the summed estimate against long double.
+// the rules can and cannot do to any text; what each rule makes of each vendor's form, and the
+// clock figures, are pinned by ReadCpuInfo's tables: here they only have to survive any answer.
 
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
-#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -25,29 +25,16 @@ struct Answer {
 
 struct FuzzedOs : OsQuery {
     std::string brand;
-    int brandError = 0;
-    Answer physical, logical, hz, maxHz;
+    Answer brandAnswer, physical, logical, hz, maxHz;
     const char* physicalFallback = nullptr;
 
-    static int answer(const Answer& a, int64_t* out) {
-        if (a.error != 0) {
-            errno = a.error;
-            return -1;
-        }
-        *out = a.value;
-        return 0;
-    }
-    static int answer32(const Answer& a, int32_t* out) {
-        int64_t v = 0;
-        const int result = answer(a, &v);
-        if (result == 0) {
-            *out = static_cast<int32_t>(v);
-        }
-        return result;
+    template <typename T>
+    static int answer(const Answer& a, T* out) {
+        return (errno = a.error) != 0 ? -1 : (*out = static_cast<T>(a.value), 0);
     }
     int brandString(char* buffer, size_t size) const override {
-        if (brandError != 0 || brand.size() >= size) {
-            errno = brandError != 0 ? brandError : ENOMEM;
+        if (brandAnswer.error != 0 || brand.size() >= size) {
+            errno = brandAnswer.error != 0 ? brandAnswer.error : ENOMEM;
             return -1;
         }
         memcpy(buffer, brand.c_str(), brand.size() + 1);
@@ -55,154 +42,24 @@ struct FuzzedOs : OsQuery {
     }
     int physicalCpus(int32_t* n, const char** fallback) const override {
         *fallback = physicalFallback;
-        return answer32(physical, n);
+        return answer(physical, n);
     }
-    int logicalCpus(int32_t* n) const override { return answer32(logical, n); }
+    int logicalCpus(int32_t* n) const override { return answer(logical, n); }
     int cpuFrequencyHz(int64_t* v) const override { return answer(hz, v); }
     int cpuFrequencyMaxHz(int64_t* v) const override { return answer(maxHz, v); }
     int memoryBytes(int64_t* v) const override { return answer({}, v); }
 };
 
-std::string upperAll(std::string s) {
-    for (char& c : s) {
-        c = (c >= 'a' && c <= 'z') ? static_cast<char>(c - 'a' + 'A') : c;
-    }
-    return s;
-}
-
-bool containsIgnoreCase(const std::string& text, const char* word) {
-    return upperAll(text).find(upperAll(word)) != std::string::npos;
-}
-
-bool isTrimmed(char c) {
-    return c == '\0' || c == '\t' || c == '\n' || c == '\r' || c == ' ';
+// Case-insensitive in ASCII only (the C locale).
+bool has(const std::string& text, const std::string& word) {
+    const auto same = [](unsigned char a, unsigned char b) { return toupper(a) == toupper(b); };
+    return std::search(text.begin(), text.end(), word.begin(), word.end(), same) != text.end();
 }
 
 std::string trimmed(const std::string& s) {
-    size_t begin = 0;
-    size_t end = s.size();
-    while (end > 0 && isTrimmed(s[end - 1])) {
-        --end;
-    }
-    while (begin < end && isTrimmed(s[begin])) {
-        ++begin;
-    }
-    return s.substr(begin, end - begin);
-}
-
-// Every rule cuts or deletes; only the platform and vendor tags are ever added.
-bool isSubsequence(const std::string& part, const std::string& whole) {
-    size_t at = 0;
-    for (const char c : part) {
-        at = whole.find(c, at);
-        if (at == std::string::npos) {
-            return false;
-        }
-        ++at;
-    }
-    return true;
-}
-
-// A word that no rule looks at: letters and digits only, none of the rules' search words.
-std::string plainWord(const std::string& from) {
-    std::string word;
-    for (const char c : from) {
-        if (((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')) &&
-            word.size() < 12) {
-            word += c;
-        }
-    }
-    for (const char* w : {"mhz", "ghz", "intel", "amd", "cpu", "apple", "gold", "platinum", "pro",
-                          "ryzen", "threadripper", "epyc", "xeon", "core"}) {
-        if (containsIgnoreCase(word, w)) {
-            return "";
-        }
-    }
-    return word;
-}
-
-struct Family {
-    std::string brand;
-    std::string shortName;  // without the tags
-    long double mhzInLabel;
-};
-
-// Brand texts in the form each family writes them, with the name the rules must leave.
-bool buildFamily(int kind, const std::string& a, const std::string& b, int ghzHundredths, int count,
-                 Family* f) {
-    if (a.empty() || b.empty()) {
-        return false;
-    }
-    const std::string ghz = std::to_string(ghzHundredths / 100) + "." +
-                            std::to_string(ghzHundredths / 10 % 10) +
-                            std::to_string(ghzHundredths % 10);
-    const std::string cores = std::to_string(count);
-    switch (kind) {
-        case 1:
-            *f = {"Intel(R) Core(TM) " + a + " CPU @ " + ghz + "GHz", a, ghzHundredths * 10.0L};
-            return true;
-        case 2: {
-            const char* tier = count % 3 == 0 ? "" : (count % 3 == 1 ? "Gold " : "Platinum ");
-            *f = {"Intel(R) Xeon(R) " + std::string(tier) + a + " CPU @ " + ghz + "GHz", a,
-                  ghzHundredths * 10.0L};
-            return true;
-        }
-        case 3:
-            *f = {"AMD Ryzen " + a + " " + b + " " + cores + "-Core Processor", b, -1};
-            return true;
-        case 4:
-            *f = {"AMD EPYC " + a + " " + cores + "-Core Processor", a, -1};
-            return true;
-        case 5:
-            if (a[0] >= '0' && a[0] <= '9') {
-                return false;  // the label clock would be a's leading digits
-            }
-            *f = {a + " " + cores + "MHz", a, 0};
-            return true;
-        default:
-            return false;
-    }
-}
-
-Answer consumeAnswer(FuzzedDataProvider& in, bool narrow) {
-    Answer a;
-    if (in.ConsumeIntegralInRange<int>(0, 7) == 0) {
-        a.error = in.ConsumeIntegralInRange<int>(1, 200);
-    }
-    a.value = narrow ? in.ConsumeIntegral<int32_t>() : in.ConsumeIntegral<int64_t>();
-    return a;
-}
-
-// The summed clock estimate, for figures a machine can have.
-void checkSummed(const CpuInfo& info) {
-    const long double logical = info.logicalCpus;
-    const long double physical = info.physicalCpus;
-    if (info.logicalCpus < 1 || info.logicalCpus > 4096 || info.physicalCpus < 0 ||
-        info.physicalCpus > info.logicalCpus || info.mhzInLabel > 1000000 ||
-        info.mhzMax > 1000000 || info.mhzCurrent > 1000000) {
-        return;
-    }
-    long double f = info.mhzInLabel >= 1 ? info.mhzInLabel
-                    : info.mhzMax > 0    ? info.mhzMax
-                                         : std::max<int64_t>(info.mhzCurrent, 0);
-    if (info.mhzMax > 0) {
-        const long double m = std::min<long double>(info.mhzMax, std::round(f * 2.3L));
-        f += std::round((m - f) * 0.5L);
-    } else {
-        f *= info.vendorAmd ? 1.1L : 1.4L;
-    }
-    const long double sum = (logical - physical) * f * 0.3L + physical * f;
-    const long double expected = std::max<long double>(1, std::trunc(sum));
-    FUZZ_CHECK(std::fabs(info.mhzSummed - expected) <= expected * 1e-6L + 2);
-}
-
-void checkClock(int64_t mhz, const Answer& a) {
-    if (a.error != 0) {
-        FUZZ_CHECK(mhz == -1);
-        return;
-    }
-    const long double expected = a.value / 1e6L;
-    FUZZ_CHECK(std::fabs(mhz - expected) <= 0.5L + std::fabs(expected) * 1e-15L);
+    const std::string blanks("\0\t\n\r ", 5);
+    const size_t end = s.find_last_not_of(blanks);
+    return end == std::string::npos ? "" : s.substr(0, end + 1).substr(s.find_first_not_of(blanks));
 }
 
 }  // namespace
@@ -210,29 +67,23 @@ void checkClock(int64_t mhz, const Answer& a) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string input(reinterpret_cast<const char*>(data), size);
     const size_t lineEnd = std::min(input.find('\n'), input.size());
-    std::string brand(input.substr(0, lineEnd).c_str());
-    brand.resize(std::min<size_t>(brand.size(), 249));
     FuzzedDataProvider in(data + std::min(lineEnd + 1, size), size - std::min(lineEnd + 1, size));
 
+    // One query in eight fails (with an errno of 1 to 200); counts are 32-bit, clocks sometimes
+    // too.
+    const auto answer = [&in](bool wide) {
+        const int error = std::max(in.ConsumeIntegralInRange(-1400, 200), 0);
+        return Answer{error, wide ? in.ConsumeIntegral<int64_t>() : in.ConsumeIntegral<int32_t>()};
+    };
     FuzzedOs os;
-    const int kind = in.ConsumeIntegralInRange<int>(0, 7);
-    Family family;
-    const size_t half = brand.size() / 2;
-    const bool isFamily = buildFamily(
-        kind, plainWord(brand.substr(0, half)), plainWord(brand.substr(half)),
-        in.ConsumeIntegralInRange<int>(0, 999), in.ConsumeIntegralInRange<int>(1, 128), &family);
-    os.brand = isFamily ? family.brand : brand;
-    if (in.ConsumeIntegralInRange<int>(0, 15) == 0) {
-        os.brandError = in.ConsumeIntegralInRange<int>(1, 200);
-    }
-    const bool narrow = in.ConsumeBool();
-    os.physical = consumeAnswer(in, true);
-    if (in.ConsumeBool()) {
-        os.physicalFallback = "Core count estimated\n";
-    }
-    os.logical = consumeAnswer(in, true);
-    os.hz = consumeAnswer(in, narrow);
-    os.maxHz = consumeAnswer(in, narrow);
+    os.brand = std::string(input.substr(0, lineEnd).c_str()).substr(0, 249);
+    os.brandAnswer = answer(false);
+    const bool wide = in.ConsumeBool();
+    os.physical = answer(false);
+    os.physicalFallback = in.ConsumeBool() ? "Core count estimated\n" : nullptr;
+    os.logical = answer(false);
+    os.hz = answer(wide);
+    os.maxHz = answer(wide);
 
     CpuInfo info;
     info.vendorIntel = in.ConsumeBool();
@@ -241,60 +92,38 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     const std::string description(info.description.text, info.description.length);
     const std::string shortName(info.shortName.text, info.shortName.length);
-    FUZZ_CHECK(description == (os.brandError == 0 ? os.brand : ""));
-    FUZZ_CHECK(info.shortName.text[info.shortName.length] == '\0');
-    FUZZ_CHECK(info.errors.length <= 1000);
+    FUZZ_CHECK(description == (os.brandAnswer.error == 0 ? os.brand : "") &&
+               info.shortName.text[info.shortName.length] == '\0');
 
-    // "Apple", then the vendor letter, then what the rules left of the brand text.
-    const std::string tags = std::string("Apple") + (info.vendorIntel ? "I"
-                                                     : info.vendorAmd ? "A"
-                                                                      : "");
+    // "Apple", then the vendor letter, then what the rules left of the brand text: every rule cuts
+    // or deletes, so that is a trimmed subsequence of it.
+    const std::string tags = info.vendorIntel ? "AppleI" : (info.vendorAmd ? "AppleA" : "Apple");
     FUZZ_CHECK(shortName.compare(0, tags.size(), tags) == 0);
     const std::string rest = shortName.substr(tags.size());
-    FUZZ_CHECK(isSubsequence(rest, description));
-    if (shortName.size() < 250) {
-        FUZZ_CHECK(rest == trimmed(rest));
+    size_t at = 0;
+    for (const char c : rest) {
+        at = description.find(c, at) + 1;
+        FUZZ_CHECK(at != 0);
     }
-    bool ruleWords = false;
-    for (const char* w : {"@", "mhz", "intel", "amd", "-core", "cpu", "apple"}) {
-        ruleWords = ruleWords || containsIgnoreCase(description, w);
-    }
+    FUZZ_CHECK(shortName.size() == 250 || rest == trimmed(rest));
+    const char* ruleWords[] = {"@", "mhz", "intel", "amd", "-core", "cpu", "apple"};
+    const bool ruled = std::any_of(std::begin(ruleWords), std::end(ruleWords),
+                                   [&](const char* w) { return has(description, w); });
     // Tags and text together are cut at the capacity.
-    if (!ruleWords) {
-        FUZZ_CHECK(shortName == (tags + trimmed(description)).substr(0, 250));
-    }
-    if (!containsIgnoreCase(description, "@") && !containsIgnoreCase(description, "mhz")) {
-        FUZZ_CHECK(info.mhzInLabel == -1);
-    }
-    if (isFamily && os.brandError == 0) {
-        FUZZ_CHECK(rest == family.shortName);
-        if (family.mhzInLabel < 0) {
-            FUZZ_CHECK(info.mhzInLabel == -1);
-        } else {
-            FUZZ_CHECK(std::fabs(info.mhzInLabel - family.mhzInLabel) <= 1);
-        }
-    }
+    FUZZ_CHECK(ruled || shortName == (tags + trimmed(description)).substr(0, 250));
+    FUZZ_CHECK(has(description, "@") || has(description, "mhz") || info.mhzInLabel == -1);
 
-    checkClock(info.mhzCurrent, os.hz);
-    checkClock(info.mhzMax, os.maxHz);
-    FUZZ_CHECK(info.mhzInfo == -1);
-    FUZZ_CHECK(info.mhzSummed >= 1);
-    FUZZ_CHECK(info.hyperthreading == (info.logicalCpus > info.physicalCpus));
-    checkSummed(info);
+    FUZZ_CHECK(info.mhzInfo == -1 && info.mhzSummed >= 1 &&
+               info.hyperthreading == (info.logicalCpus > info.physicalCpus));
 
     // A second reading redoes everything but the error log.
     CpuInfo again = info;
     readCpuInfo(again, os);
-    FUZZ_CHECK(again.shortName.equalsIgnoreCase(info.shortName) &&
-               memcmp(again.shortName.text, info.shortName.text, info.shortName.length) == 0);
-    FUZZ_CHECK(again.mhzInLabel == info.mhzInLabel && again.mhzSummed == info.mhzSummed);
+    FUZZ_CHECK(std::string(again.shortName.text, again.shortName.length) == shortName &&
+               again.mhzInLabel == info.mhzInLabel && again.mhzSummed == info.mhzSummed);
 
-    // No per-core clock source: both per-core sums fall back to the estimate.
+    // The per-core arrays are filled for whatever count the OS gave (the fallbacks are pinned by
+    // GatherCpuInfo's tests).
     gatherCpuInfo(info, os);
-    if (info.logicalCpus >= 1) {
-        FUZZ_CHECK(info.mhzSummedMeasured == info.mhzSummed);
-        FUZZ_CHECK(info.mhzSummedPerCore == info.mhzSummed);
-        FUZZ_CHECK(info.coreMhzCur[kMaxCores - 1] == -1 && info.coreHt[0] == info.hyperthreading);
-    }
     return 0;
 }

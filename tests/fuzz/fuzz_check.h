@@ -5,10 +5,6 @@
 #include <cstdio>
 #include <cstdlib>
 
-#define FUZZ_CHECK(condition)                                                                \
-    do {                                                                                     \
-        if (!(condition)) {                                                                  \
-            fprintf(stderr, "%s:%d: model disagrees: %s\n", __FILE__, __LINE__, #condition); \
-            abort();                                                                         \
-        }                                                                                    \
-    } while (0)
+#define FUZZ_CHECK(c) \
+    ((c) ? void()     \
+         : (fprintf(stderr, "%s:%d: model disagrees: %s\n", __FILE__, __LINE__, #c), abort()))
