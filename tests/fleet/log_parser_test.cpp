@@ -5,36 +5,32 @@
 
 #include <gtest/gtest.h>
 
-#include <QStringList>
 #include <optional>
 
-#include "fleet_test_data.h"
+#include "fleet_test_support.h"
 #include "test_names.h"
 
 namespace {
 
-struct Expected {
-    const char* file;
-    QVector<double> threadPs;
-    double psResult;
-    std::optional<qint64> exitValue;
-    bool verbose;
-    qint64 timeExecS;
-    const char* test;  // as inferred from the log alone
-};
-
 TEST(LogParser, ReadsCapturedRuns) {
+    struct Expected {
+        const char* file;
+        QVector<double> threadPs;
+        double psResult;
+        std::optional<qint64> exitValue;
+        qint64 timeExecS;
+        const char* test;  // as inferred from the log alone
+    };
     const Expected cases[] = {
-        {"singlespeed-divider1.log", {11.222}, 22.444, 22, false, 6, "SingleSpeed"},
-        {"singlespeed-plain.log", {10.753}, 21.505, std::nullopt, false, 6, "SingleSpeed"},
-        {"singlespeed-divider1-filler.log", {12.244}, 24.488, 24, false, 6, "SingleSpeed"},
-        {"singlespeed-divider-negative.log", {12.306}, 24.612, -24, false, 5, "SingleSpeed"},
+        {"singlespeed-divider1.log", {11.222}, 22.444, 22, 6, "SingleSpeed"},
+        {"singlespeed-plain.log", {10.753}, 21.505, std::nullopt, 6, "SingleSpeed"},
+        {"singlespeed-divider1-filler.log", {12.244}, 24.488, 24, 6, "SingleSpeed"},
+        {"singlespeed-divider-negative.log", {12.306}, 24.612, -24, 5, "SingleSpeed"},
         // A zero divider prints the minimum int; the shell sees status 0.
         {"allverbose-divider0-houdini.log",
          {2.725, 2.750},
          5.475,
          -2147483648LL,
-         true,
          239,
          "AllVerbose"},
     };
@@ -45,7 +41,7 @@ TEST(LogParser, ReadsCapturedRuns) {
         EXPECT_EQ(log.threadPs, expected.threadPs);
         EXPECT_DOUBLE_EQ(log.psResult, expected.psResult);
         EXPECT_EQ(log.exitValue, expected.exitValue);
-        EXPECT_EQ(log.verbose, expected.verbose);
+        EXPECT_EQ(log.verbose, expected.threadPs.size() == 2);
         EXPECT_EQ(log.timeExecS, expected.timeExecS);
         EXPECT_EQ(log.os, QStringLiteral("debian12"));
         EXPECT_EQ(log.summaryThreads, 2);
@@ -66,27 +62,20 @@ QByteArray replaced(QByteArray text, const char* before, const char* after) {
     return text.replace(before, after);
 }
 
-// Lines that look like corebench's, as a render log or a careless wrapper might print them.
-const char kLookAlikes[] =
-    "CPU PS Test...\n"
-    "Creating 1 threads\n"
-    "CPU Description:     Fake CPU 9000\n"
-    "CPU Core Count:      64\n"
-    "adding thread 0: 999.000PS (1 000 ms, 10 loops)\n"
-    "=totalSpeed 999.000 PS (Average per core: 999.000 PS)\n"
-    "PS_Result: 999.000\n"
-    "Returning exit code 99\n"
-    "\n"
-    "Time_Exec: 1 sec\n"
-    "Core*Time: 2\n";
-
-TEST(LogParser, FillerLookAlikesAreNeverResults) {
+TEST(LogParser, FillerAndJobScriptLookAlikesAreNeverResults) {
+    // Lines that look like corebench's, as a render log or a careless wrapper might print them,
+    // planted where the filler stands (right after the summary) and around the output.
+    const QByteArray lookAlikes =
+        "CPU PS Test...\nCreating 1 threads\nCPU Description:     Fake CPU 9000\n"
+        "CPU Core Count:      64\nadding thread 0: 999.000PS (1 000 ms, 10 loops)\n"
+        "=totalSpeed 999.000 PS (Average per core: 999.000 PS)\nPS_Result: 999.000\n"
+        "Returning exit code 99\n\nTime_Exec: 1 sec\nCore*Time: 2\n";
     const QByteArray real = capturedLog("singlespeed-divider1-filler.log");
-    // Planted where the filler stands: right after the summary.
     const QByteArray planted =
+        "job 4711 on node17\nOperatingSystem: Linux\n" +
         replaced(real, "OperatingSystem: MAC\n",
-                 (QByteArray("OperatingSystem: MAC\n") + kLookAlikes + "SpecificOperSys: fake\n")
-                     .constData());
+                 ("OperatingSystem: MAC\n" + lookAlikes + "SpecificOperSys: fake\n").constData()) +
+        "job done\nPS_Result: 1.000\n";
     const ParsedLog log = parseCorebenchLog(planted);
     ASSERT_TRUE(log.ok) << log.problem.toStdString();
     EXPECT_EQ(log.threadPs, QVector<double>{12.244});
@@ -95,39 +84,36 @@ TEST(LogParser, FillerLookAlikesAreNeverResults) {
     EXPECT_EQ(log.cpuDescription, QStringLiteral("Intel(R) Xeon(R) Processor"));
     EXPECT_EQ(log.logicalCpus, 2);
     EXPECT_EQ(log.os, QStringLiteral("debian12"));
+    EXPECT_EQ(log.ramGib, 24);
 
     // A run cut off after the filler has no result, even with result-like lines above it.
-    const int cut = real.indexOf("CPU PS Test...");
-    QByteArray cutOff = real.left(cut);
+    QByteArray cutOff = real.left(real.indexOf("CPU PS Test..."));
     cutOff.replace("OperatingSystem: MAC\n", "OperatingSystem: MAC\nPS_Result: 999.000\n");
     EXPECT_FALSE(parseCorebenchLog(cutOff).ok);
 }
 
 TEST(LogParser, ExitCodeEdgeCases) {
-    const QByteArray real = capturedLog("singlespeed-divider1.log");
     struct Case {
         const char* line;
+        bool ok;  // an unreadable exit line breaks the closing lines: the run is not complete
         std::optional<qint64> value;
     };
     const Case cases[] = {
         // The status is capped at 255; the record keeps what corebench printed.
-        {"Returning exit code 300\n", 300},
-        {"Returning exit code -2147483648\n", -2147483648LL},
-        {"", std::nullopt},
-        {"Returning exit code twelve\n", std::nullopt},
+        {"Returning exit code 300\n", true, 300},
+        {"Returning exit code -2147483648\n", true, -2147483648LL},
+        {"", true, std::nullopt},
+        {"Returning exit code twelve\n", false, std::nullopt},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.line);
-        const QByteArray text = replaced(real, "Returning exit code 22\n", c.line);
-        const ParsedLog log = parseCorebenchLog(text);
-        // An unreadable exit line breaks the closing lines, so the run is not complete.
-        if (QByteArray(c.line).contains("twelve")) {
-            EXPECT_FALSE(log.ok);
-            continue;
+        const ParsedLog log = parseCorebenchLog(
+            replaced(capturedLog("singlespeed-divider1.log"), "Returning exit code 22\n", c.line));
+        ASSERT_EQ(log.ok, c.ok) << log.problem.toStdString();
+        if (c.ok) {
+            EXPECT_EQ(log.exitValue, c.value);
+            EXPECT_DOUBLE_EQ(log.psResult, 22.444);
         }
-        ASSERT_TRUE(log.ok) << log.problem.toStdString();
-        EXPECT_EQ(log.exitValue, c.value);
-        EXPECT_DOUBLE_EQ(log.psResult, 22.444);
     }
 }
 
@@ -141,43 +127,23 @@ TEST(LogParser, CarriageReturnsAndLatin1AreRead) {
     EXPECT_EQ(log.exitValue, 22);
 }
 
-TEST(LogParser, JobScriptLinesAroundTheOutputAreIgnored) {
-    const QByteArray text = "job 4711 on node17\nOperatingSystem: Linux\n" +
-                            capturedLog("singlespeed-divider1.log") +
-                            "job done\nPS_Result: 1.000\n";
-    const ParsedLog log = parseCorebenchLog(text);
-    ASSERT_TRUE(log.ok) << log.problem.toStdString();
-    EXPECT_EQ(log.os, QStringLiteral("debian12"));
-    EXPECT_EQ(log.ramGib, 24);
-    EXPECT_DOUBLE_EQ(log.psResult, 22.444);
-}
-
 TEST(LogParser, IncompleteOutputNamesWhatIsMissing) {
     const QByteArray real = capturedLog("singlespeed-divider1.log");
-    struct Case {
-        const char* name;
-        QByteArray text;
-        const char* problem;
-    };
-    const Case cases[] = {
-        {"nothing", QByteArray(), "printed nothing"},
-        {"blank lines", QByteArray("\n\n"), "printed nothing"},
-        {"usage text",
-         QByteArray("12:00.00\nOperatingSystem: MAC\nUsage: \ncorebench [testName]\n"),
-         "usage text"},
-        {"cut before Time_Exec", real.left(real.indexOf("Time_Exec")), "no complete result"},
-        {"no totalSpeed", replaced(real, "=totalSpeed", "=totalspeed"), "=totalSpeed"},
-        {"thread 0 missing", replaced(real, "adding thread 0:", "adding thread 1:"), "thread 0"},
-        {"more threads created than added",
-         replaced(real, "Creating 1 threads", "Creating 2 threads"),
+    const std::pair<QByteArray, const char*> cases[] = {
+        {QByteArray(), "printed nothing"},
+        {"\n\n", "printed nothing"},
+        {"12:00.00\nOperatingSystem: MAC\nUsage: \ncorebench [testName]\n", "usage text"},
+        {real.left(real.indexOf("Time_Exec")), "no complete result"},
+        {replaced(real, "=totalSpeed", "=totalspeed"), "=totalSpeed"},
+        {replaced(real, "adding thread 0:", "adding thread 1:"), "thread 0"},
+        {replaced(real, "Creating 1 threads", "Creating 2 threads"),
          "created 2 threads but added 1"},
-        {"no CPU PS Test line", replaced(real, "CPU PS Test...", "CPU PS Test"), "CPU PS Test"},
+        {replaced(real, "CPU PS Test...", "CPU PS Test"), "CPU PS Test"},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        const ParsedLog log = parseCorebenchLog(c.text);
-        EXPECT_FALSE(log.ok);
-        EXPECT_TRUE(log.problem.contains(QLatin1String(c.problem))) << log.problem.toStdString();
+    for (const auto& [text, problem] : cases) {
+        const ParsedLog log = parseCorebenchLog(text);
+        EXPECT_FALSE(log.ok) << problem;
+        EXPECT_TRUE(log.problem.contains(QLatin1String(problem))) << log.problem.toStdString();
     }
 }
 
@@ -186,18 +152,16 @@ TEST(LogParser, IncompleteOutputNamesWhatIsMissing) {
 QByteArray verboseRuns(const QVector<double>& runs) {
     const QByteArray real = capturedLog("allverbose-divider0-houdini.log");
     const int start = real.indexOf("CPU PS Test...");
-    const int end = real.indexOf("psTest: PS_Result:");
-    const QByteArray runBody = real.mid(start, end - start);
+    const QByteArray runBody = real.mid(start, real.indexOf("psTest: PS_Result:") - start);
     QByteArray text = real.left(start);
     for (const double ps : runs) {
         text += runBody + "psTest: PS_Result: " + QByteArray::number(ps, 'f', 3) + "\n";
     }
-    text +=
-        "CPU PS Test...\nCreating 1 threads\nadding thread 0: 2.725PS (219 439 ms, 130 loops)\n"
-        "=totalSpeed 2.725 PS (Average per core: 2.725 PS)\nPS_Result: " +
-        QByteArray::number(runs.last(), 'f', 3) +
-        "\n\nTime_Exec: 1200 sec\nCore*Time: 2400000\n12:00.00\n";
-    return text;
+    return text +
+           "CPU PS Test...\nCreating 1 threads\nadding thread 0: 2.725PS (219 439 ms, 130 loops)\n"
+           "=totalSpeed 2.725 PS (Average per core: 2.725 PS)\nPS_Result: " +
+           QByteArray::number(runs.last(), 'f', 3) +
+           "\n\nTime_Exec: 1200 sec\nCore*Time: 2400000\n12:00.00\n";
 }
 
 TEST(LogParser, VerboseRepeatedRunsEachCount) {
@@ -213,12 +177,14 @@ TEST(LogParser, VerboseRepeatedRunsEachCount) {
 }
 
 TEST(TestNames, MatchLikeCorebench) {
-    EXPECT_EQ(canonicalTestName(QString()), QStringLiteral("All"));
-    EXPECT_EQ(canonicalTestName(QStringLiteral("SINGLESPEED")), QStringLiteral("SingleSpeed"));
-    EXPECT_EQ(canonicalTestName(QStringLiteral("single5verbose")),
-              QStringLiteral("Single5Verbose"));
-    EXPECT_EQ(canonicalTestName(QStringLiteral("Single5 ")), QString());
-    EXPECT_EQ(canonicalTestName(QStringLiteral("LoremIpsum")), QString());
+    const std::pair<const char*, const char*> names[] = {{"", "All"},
+                                                         {"SINGLESPEED", "SingleSpeed"},
+                                                         {"single5verbose", "Single5Verbose"},
+                                                         {"Single5 ", ""},
+                                                         {"LoremIpsum", ""}};
+    for (const auto& [name, canonical] : names) {
+        EXPECT_EQ(canonicalTestName(QLatin1String(name)), QLatin1String(canonical)) << name;
+    }
     EXPECT_EQ(runsOfTest(QStringLiteral("Single10Verbose")), 10);
     EXPECT_EQ(runsOfTest(QStringLiteral("Single5")), 5);
     EXPECT_EQ(runsOfTest(QStringLiteral("All")), 1);
@@ -230,13 +196,10 @@ TEST(TestNames, QuietSingleTestsAreToldApartByDuration) {
     ASSERT_TRUE(log.ok);
     log.threadPasses = {130};
     log.threadMs = {46800};
-    struct Case {
-        qint64 timeExecS;
-        const char* test;
-    };
-    for (const Case& c : {Case{64, "Single"}, Case{320, "Single5"}, Case{640, "Single10"}}) {
-        log.timeExecS = c.timeExecS;
-        EXPECT_EQ(inferTestName(log), QLatin1String(c.test)) << c.timeExecS;
+    for (const auto& [timeExecS, test] :
+         {std::pair<qint64, const char*>{64, "Single"}, {320, "Single5"}, {640, "Single10"}}) {
+        log.timeExecS = timeExecS;
+        EXPECT_EQ(inferTestName(log), QLatin1String(test)) << timeExecS;
     }
     log.threadPs = {12.0, 12.1};
     EXPECT_EQ(inferTestName(log), QStringLiteral("All"));

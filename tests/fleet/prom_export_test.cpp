@@ -53,21 +53,21 @@ TEST(PromExport, KeepsOtherTestsAndReplacesItsOwn) {
     again.corebenchSha256 = QStringLiteral("cd34");
     file = promText(again, file);
     const QString text = QString::fromUtf8(file);
-    EXPECT_TRUE(text.contains("corebench_score_ps{test=\"All\"} 30\n"));
-    EXPECT_TRUE(text.contains("corebench_score_ps{test=\"SingleSpeed\"} 22.4\n"));
-    EXPECT_TRUE(
-        text.contains("corebench_thread_score_ps{test=\"SingleSpeed\",thread=\"1\"} 11.2\n"));
+    for (const char* line : {"corebench_score_ps{test=\"All\"} 30\n",
+                             "corebench_score_ps{test=\"SingleSpeed\"} 22.4\n",
+                             "corebench_thread_score_ps{test=\"SingleSpeed\",thread=\"1\"} 11.2\n",
+                             "corebench_sha256=\"cd34\"} 1\n"}) {
+        EXPECT_TRUE(text.contains(QLatin1String(line))) << line;
+    }
     EXPECT_FALSE(text.contains("corebench_thread_score_ps{test=\"All\",thread=\"1\"}"));
     EXPECT_EQ(text.count("corebench_info{"), 1);
-    EXPECT_TRUE(text.contains("corebench_sha256=\"cd34\"} 1\n"));
     EXPECT_EQ(text.count("# TYPE corebench_score_ps gauge"), 1);
     EXPECT_TRUE(text.endsWith('\n'));
     // Writing the same again changes nothing.
     EXPECT_EQ(promText(again, file), file);
 }
 
-TEST(PromExport, EscapesLabelValuesAndReadsThemBack) {
-    EXPECT_EQ(escapeLabelValue("a\\b\"c\nd"), QStringLiteral("a\\\\b\\\"c\\nd"));
+TEST(PromExport, EscapesLabelValuesAndLeavesOutUnknownValues) {
     Record odd = record("Odd\"Test\\", 10.0);
     odd.cpuModel = QStringLiteral("CPU \"X\"\nrev\\2");
     odd.corebenchSha256.reset();  // imports do not know their binary

@@ -1,0 +1,62 @@
+#pragma once
+
+// Captured corebench output (see data/README.md), files, and the built corebench-fleet run as a
+// separate process with every wait bounded.
+
+#include <QByteArray>
+#include <QFile>
+#include <QProcess>
+#include <QString>
+#include <QStringList>
+
+inline QByteArray readFile(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+inline QByteArray capturedLog(const char* name) {
+    return readFile(QStringLiteral(FLEET_TEST_DATA "/") + QLatin1String(name));
+}
+
+inline void writeFile(const QString& path, const QByteArray& bytes,
+                      QFile::Permissions permissions = QFile::ReadOwner | QFile::WriteOwner) {
+    QFile file(path);
+    if (file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+        file.write(bytes);
+        file.close();
+        file.setPermissions(permissions);
+    }
+}
+
+// A stand-in for corebench: a shell script, executable.
+inline QString fakeCorebench(const QString& path, const QByteArray& body) {
+    writeFile(path, "#!/bin/sh\n" + body,
+              QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadOther |
+                  QFile::ExeOther);
+    return path;
+}
+
+struct FleetResult {
+    QByteArray out;
+    QByteArray err;
+    int status = -1;  // -1 when it did not finish normally in time
+};
+
+inline FleetResult runFleet(const QStringList& arguments, const QString& program = COREBENCH_FLEET,
+                            int timeoutMs = 120000) {
+    QProcess process;
+    process.setStandardInputFile(QProcess::nullDevice());
+    process.start(program, arguments);
+    FleetResult result;
+    if (!process.waitForFinished(timeoutMs)) {
+        process.kill();
+        process.waitForFinished(5000);
+        return result;
+    }
+    result.out = process.readAllStandardOutput();
+    result.err = process.readAllStandardError();
+    if (process.exitStatus() == QProcess::NormalExit) {
+        result.status = process.exitCode();
+    }
+    return result;
+}
