@@ -177,17 +177,12 @@ TEST(LogParser, VerboseRepeatedRunsEachCount) {
 }
 
 TEST(TestNames, MatchLikeCorebench) {
-    const std::pair<const char*, const char*> names[] = {{"", "All"},
-                                                         {"SINGLESPEED", "SingleSpeed"},
-                                                         {"single5verbose", "Single5Verbose"},
-                                                         {"Single5 ", ""},
-                                                         {"LoremIpsum", ""}};
-    for (const auto& [name, canonical] : names) {
-        EXPECT_EQ(canonicalTestName(QLatin1String(name)), QLatin1String(canonical)) << name;
-    }
+    // Any case, nothing around the name, and the filler texts are not tests.
+    EXPECT_EQ(canonicalTestName("single10verbose"), QStringLiteral("Single10Verbose"));
     EXPECT_EQ(runsOfTest(QStringLiteral("Single10Verbose")), 10);
-    EXPECT_EQ(runsOfTest(QStringLiteral("Single5")), 5);
-    EXPECT_EQ(runsOfTest(QStringLiteral("All")), 1);
+    EXPECT_EQ(canonicalTestName(QString()), QStringLiteral("All"));
+    EXPECT_EQ(canonicalTestName("Single5 "), QString());
+    EXPECT_EQ(canonicalTestName("LoremIpsum"), QString());
 }
 
 TEST(TestNames, QuietSingleTestsAreToldApartByDuration) {
