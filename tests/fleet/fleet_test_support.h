@@ -3,8 +3,12 @@
 // Captured corebench output (see data/README.md), files, and the built corebench-fleet run as a
 // separate process with every wait bounded.
 
+#include <gtest/gtest.h>
+
 #include <QByteArray>
 #include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QProcess>
 #include <QString>
 #include <QStringList>
@@ -16,6 +20,15 @@ inline QByteArray readFile(const QString& path) {
 
 inline QByteArray capturedLog(const char* name) {
     return readFile(QStringLiteral(FLEET_TEST_DATA "/") + QLatin1String(name));
+}
+
+// Each key of expected, a JSON object's text, holds the same value in actual.
+inline void expectJsonHas(const QJsonObject& actual, const char* expected) {
+    const QJsonObject want = QJsonDocument::fromJson(expected).object();
+    EXPECT_FALSE(want.isEmpty()) << expected;
+    for (auto it = want.begin(); it != want.end(); ++it) {
+        EXPECT_EQ(actual.value(it.key()), it.value()) << it.key().toStdString();
+    }
 }
 
 inline void writeFile(const QString& path, const QByteArray& bytes,

@@ -1,68 +1,52 @@
 // The .prom file as Prometheus' node exporter reads it: the real exporter, started on a free
 // loopback port with only its textfile collector, scraped once, stopped by PID.
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <QElapsedTimer>
+#include <QRegularExpression>
 #include <QStandardPaths>
 #include <QTemporaryDir>
-#include <QThread>
 
 #include "fleet_test_support.h"
 
 namespace {
 
-// A loopback port nothing listens on right now.
-int freePort() {
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    int port = 0;
-    if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
-        getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) == 0) {
-        port = ntohs(address.sin_port);
-    }
-    close(fd);
-    return port;
-}
-
-// Starts the exporter on textfiles, scrapes /metrics once (waiting at most 15 s for an answer)
-// and stops it by its PID; fails the test when it cannot.
+// Starts the exporter on textfiles, scrapes /metrics once and stops it by its PID, every wait
+// bounded; fails the test when it cannot.
 QByteArray scrapeExporter(const QString& exporter, const QString& textfiles) {
-    const int port = freePort();
     QProcess process;
     process.setProcessChannelMode(QProcess::MergedChannels);
-    process.start(exporter, {QStringLiteral("--web.listen-address=127.0.0.1:%1").arg(port),
-                             "--collector.disable-defaults", "--collector.textfile",
-                             "--collector.textfile.directory=" + textfiles});
-    // One HTTP request through bash's /dev/tcp, bounded like every program the tests run.
-    const QString get =
-        QStringLiteral(
-            "exec 3<>/dev/tcp/127.0.0.1/%1 && "
-            "printf 'GET /metrics HTTP/1.0\\r\\nHost: 127.0.0.1\\r\\n\\r\\n' >&3 && "
-            "cat <&3")
-            .arg(port);
-    QByteArray response;
+    // On port 0 the exporter takes a free port and names it in its log: no race for the port.
+    process.start(exporter,
+                  {"--web.listen-address=127.0.0.1:0", "--collector.disable-defaults",
+                   "--collector.textfile", "--collector.textfile.directory=" + textfiles});
+    const QRegularExpression listening("Listening on\"? address=127\\.0\\.0\\.1:(\\d+)");
+    QByteArray log;
+    QRegularExpressionMatch port;
     QElapsedTimer waited;
     waited.start();
-    while (process.waitForStarted(10000) && process.state() == QProcess::Running &&
-           response.isEmpty() && waited.elapsed() < 15000) {
-        response = runFleet({"-c", get}, "/bin/bash", 10000).out;
-        QThread::msleep(response.isEmpty() ? 100 : 0);
+    while (!port.hasMatch() && waited.elapsed() < 15000 && process.waitForStarted(10000) &&
+           process.state() == QProcess::Running) {
+        process.waitForReadyRead(100);
+        log += process.readAll();
+        port = listening.match(QString::fromUtf8(log));
+    }
+    QByteArray response;
+    if (port.hasMatch()) {
+        // One HTTP request through bash's /dev/tcp, bounded like every program the tests run.
+        response =
+            runFleet({"-c", "exec 3<>/dev/tcp/127.0.0.1/" + port.captured(1) +
+                                " && printf 'GET /metrics HTTP/1.0\\r\\n\\r\\n' >&3 && cat <&3"},
+                     "/bin/bash", 10000)
+                .out;
     }
     process.terminate();  // SIGTERM to its PID
     if (!process.waitForFinished(5000)) {
         process.kill();
         process.waitForFinished(5000);
     }
-    EXPECT_FALSE(response.isEmpty()) << exporter.toStdString() << " did not answer on port " << port
-                                     << ": " << process.readAll().toStdString();
+    EXPECT_FALSE(response.isEmpty()) << "no answer from the exporter: " << log.toStdString();
     return response;
 }
 

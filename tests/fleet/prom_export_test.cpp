@@ -8,7 +8,6 @@ namespace {
 
 Record record(const QString& test, double ps) {
     Record r;
-    r.host = QStringLiteral("node17");
     r.test = test;
     r.startedAt = QDateTime(QDate(2026, 11, 23), QTime(17, 13, 0), Qt::UTC);
     r.durationS = 5.25;
@@ -16,7 +15,6 @@ Record record(const QString& test, double ps) {
     r.psResult = ps;
     r.cpuModel = QStringLiteral("AMD EPYC 7543");
     r.corebenchSha256 = QStringLiteral("ab12");
-    r.source = QStringLiteral("run");
     return r;
 }
 
@@ -67,34 +65,31 @@ TEST(PromExport, KeepsOtherTestsAndReplacesItsOwn) {
     EXPECT_EQ(promText(again, file), file);
 }
 
-TEST(PromExport, EscapesLabelValuesAndLeavesOutUnknownValues) {
+TEST(PromExport, EscapesLabelsLeavesOutUnknownValuesAndHealsADamagedFile) {
     Record odd = record("Odd\"Test\\", 10.0);
     odd.cpuModel = QStringLiteral("CPU \"X\"\nrev\\2");
     odd.corebenchSha256.reset();  // imports do not know their binary
     odd.durationS.reset();
     odd.psResult.reset();
-    const QByteArray first = promText(odd, QByteArray());
+    const QByteArray damaged =
+        "corebench_score_ps{test=\"Single\"} 7\ngarbage {{{\ncorebench_score_ps{test=\"Sin\n"
+        "other_metric{test=\"x\"} 1\ncorebench_score_ps 3\n";
+    const QByteArray first = promText(odd, damaged);
     const QString text = QString::fromUtf8(first);
     EXPECT_TRUE(text.contains(
         "corebench_info{cpu_model=\"CPU \\\"X\\\"\\nrev\\\\2\",corebench_sha256=\"\"} 1\n"));
     EXPECT_TRUE(
         text.contains("corebench_thread_score_ps{test=\"Odd\\\"Test\\\\\",thread=\"0\"} 5\n"));
-    EXPECT_FALSE(text.contains("corebench_score_ps{"));
+    EXPECT_FALSE(text.contains("corebench_score_ps{test=\"Odd"));
     EXPECT_FALSE(text.contains("corebench_run_duration_seconds{"));
+    // Of the damaged file only the well-formed series of another test stays.
+    EXPECT_TRUE(text.contains("corebench_score_ps{test=\"Single\"} 7\n"));
+    for (const char* gone : {"garbage", "other_metric", "corebench_score_ps 3", "\"Sin\n"}) {
+        EXPECT_FALSE(text.contains(QLatin1String(gone))) << gone;
+    }
     // The escaped test name is recognised as the same test when the file is merged again.
     const QString merged = QString::fromUtf8(promText(record("Odd\"Test\\", 12.0), first));
     EXPECT_EQ(merged.count("thread=\"0\"}"), 1);
-}
-
-TEST(PromExport, DamagedFileHeals) {
-    const QByteArray damaged =
-        "corebench_score_ps{test=\"Single\"} 7\ngarbage {{{\ncorebench_score_ps{test=\"Sin\n"
-        "other_metric{test=\"x\"} 1\ncorebench_score_ps 3\n";
-    const QString text = QString::fromUtf8(promText(record("All", 25.5), damaged));
-    EXPECT_TRUE(text.contains("corebench_score_ps{test=\"Single\"} 7\n"));
-    EXPECT_FALSE(text.contains("garbage"));
-    EXPECT_FALSE(text.contains("other_metric"));
-    EXPECT_FALSE(text.contains("corebench_score_ps 3"));
 }
 
 }  // namespace
