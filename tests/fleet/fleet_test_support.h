@@ -7,6 +7,7 @@
 
 #include <QByteArray>
 #include <QFile>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
@@ -22,12 +23,18 @@ inline QByteArray capturedLog(const char* name) {
     return readFile(QStringLiteral(FLEET_TEST_DATA "/") + QLatin1String(name));
 }
 
-// Each key of expected, a JSON object's text, holds the same value in actual.
+// Each key of expected, a JSON object's text, holds the same value in actual (compared as JSON
+// text, so that a failure reads well and 6 equals 6.0).
 inline void expectJsonHas(const QJsonObject& actual, const char* expected) {
+    const auto text = [](const QJsonValue& value) {
+        return value.isUndefined()
+                   ? std::string("missing")
+                   : QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact).toStdString();
+    };
     const QJsonObject want = QJsonDocument::fromJson(expected).object();
     EXPECT_FALSE(want.isEmpty()) << expected;
     for (auto it = want.begin(); it != want.end(); ++it) {
-        EXPECT_EQ(actual.value(it.key()), it.value()) << it.key().toStdString();
+        EXPECT_EQ(text(actual.value(it.key())), text(it.value())) << it.key().toStdString();
     }
 }
 

@@ -31,14 +31,15 @@ TEST(Record, HasEveryKeyWithNullsForMissingValues) {
         recordToBytes(recordFromLog(log, importOrigin("AllVerbose"), &warning));
     EXPECT_TRUE(warning.isEmpty());
     EXPECT_TRUE(bytes.endsWith("}\n"));
-    EXPECT_EQ(QJsonDocument::fromJson(bytes).object(), QJsonDocument::fromJson(R"({
+    const QJsonObject object = QJsonDocument::fromJson(bytes).object();
+    EXPECT_EQ(object.size(), 21);
+    expectJsonHas(object, R"({
         "schema": 1, "host": "node17", "test": "AllVerbose", "started_at": "2026-11-23T17:13:00Z",
         "duration_s": 6, "threads": 2, "thread_ps": [2.725, 2.75], "ps_result": 5.475,
         "exit_value": -2147483648, "status": null, "cpu_model": "Intel(R) Xeon(R) Processor",
         "logical_cpus": 2, "physical_cpus": 2, "hyperthreading": false, "mhz_current": 2600,
         "mhz_max": null, "ram_gib": 24, "os": "debian12", "errors": ["No such file or directory"],
-        "corebench_sha256": null, "source": "import"})")
-                                                           .object());
+        "corebench_sha256": null, "source": "import"})");
     QString error;
     const std::optional<Record> back = recordFromJson(bytes, &error);
     ASSERT_TRUE(back) << error.toStdString();
