@@ -59,7 +59,7 @@ inline QString fakeCorebench(const QString& path, const QByteArray& body) {
 struct FleetResult {
     QByteArray out;
     QByteArray err;
-    int status = -1;  // -1 when it did not finish normally in time
+    int status;  // -1 when it did not finish normally in time
 };
 
 inline FleetResult runFleet(const QStringList& arguments, const QString& program = COREBENCH_FLEET,
@@ -67,16 +67,10 @@ inline FleetResult runFleet(const QStringList& arguments, const QString& program
     QProcess process;
     process.setStandardInputFile(QProcess::nullDevice());
     process.start(program, arguments);
-    FleetResult result;
-    if (!process.waitForFinished(timeoutMs)) {
-        process.kill();
-        process.waitForFinished(5000);
-        return result;
+    const bool finished = process.waitForFinished(timeoutMs);
+    if (!finished) {
+        process.kill();  // and QProcess's destructor waits for it, bounded
     }
-    result.out = process.readAllStandardOutput();
-    result.err = process.readAllStandardError();
-    if (process.exitStatus() == QProcess::NormalExit) {
-        result.status = process.exitCode();
-    }
-    return result;
+    return {process.readAllStandardOutput(), process.readAllStandardError(),
+            finished && process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1};
 }

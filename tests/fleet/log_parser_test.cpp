@@ -50,83 +50,64 @@ TEST(LogParser, ReadsCapturedRuns) {
     }
 }
 
-QByteArray replaced(QByteArray text, const char* before, const char* after) {
-    EXPECT_TRUE(text.contains(before)) << before;
+QByteArray replaced(QByteArray text, const QByteArray& before, const QByteArray& after) {
+    EXPECT_TRUE(text.contains(before)) << before.constData();
     return text.replace(before, after);
 }
 
-TEST(LogParser, FillerAndJobScriptLookAlikesAreNeverResults) {
+TEST(LogParser, ReadsChangedCapturedOutput) {
+    const QByteArray real = capturedLog("singlespeed-divider1.log");
     // Lines that look like corebench's, as a render log or a careless wrapper might print them,
     // planted where the filler stands (right after the summary) and around the output.
     const QByteArray lookAlikes =
         "CPU PS Test...\nCreating 1 threads\nCPU Description:     Fake CPU 9000\n"
         "CPU Core Count:      64\nadding thread 0: 999.000PS (1 000 ms, 10 loops)\n"
         "=totalSpeed 999.000 PS (Average per core: 999.000 PS)\nPS_Result: 999.000\n"
-        "Returning exit code 99\n\nTime_Exec: 1 sec\nCore*Time: 2\n";
-    const QByteArray real = capturedLog("singlespeed-divider1-filler.log");
-    const QByteArray planted =
-        "job 4711 on node17\nOperatingSystem: Linux\n" +
-        replaced(real, "OperatingSystem: MAC\n",
-                 ("OperatingSystem: MAC\n" + lookAlikes + "SpecificOperSys: fake\n").constData()) +
-        "job done\nPS_Result: 1.000\n";
-    const ParsedLog log = parseCorebenchLog(planted);
-    ASSERT_TRUE(log.ok) << log.problem.toStdString();
-    EXPECT_EQ(log.threadPs, QVector<double>{12.244});
-    EXPECT_DOUBLE_EQ(log.psResult, 24.488);
-    EXPECT_EQ(log.exitValue, 24);
-    EXPECT_EQ(log.cpuDescription, QStringLiteral("Intel(R) Xeon(R) Processor"));
-    EXPECT_EQ(log.logicalCpus, 2);
-    EXPECT_EQ(log.os, QStringLiteral("debian12"));
-    EXPECT_EQ(log.ramGib, 24);
-
-    // A run cut off after the filler has no result, even with result-like lines above it.
-    QByteArray cutOff = real.left(real.indexOf("CPU PS Test..."));
-    cutOff.replace("OperatingSystem: MAC\n", "OperatingSystem: MAC\nPS_Result: 999.000\n");
-    EXPECT_FALSE(parseCorebenchLog(cutOff).ok);
-}
-
-TEST(LogParser, ExitCodeEdgeCases) {
-    struct Case {
-        const char* line;
-        bool ok;  // an unreadable exit line breaks the closing lines: the run is not complete
-        std::optional<qint64> value;
-    };
-    const Case cases[] = {
+        "Returning exit code 99\n\nTime_Exec: 1 sec\nCore*Time: 2\nSpecificOperSys: fake\n";
+    const std::pair<QByteArray, std::optional<qint64>> cases[] = {
+        {"job 4711 on node17\nOperatingSystem: Linux\n" +
+             replaced(real, "MAC\n", "MAC\n" + lookAlikes) + "job done\nPS_Result: 1.000\n",
+         22},
         // The status is capped at 255; the record keeps what corebench printed.
-        {"Returning exit code 300\n", true, 300},
-        {"Returning exit code -2147483648\n", true, -2147483648LL},
-        {"", true, std::nullopt},
-        {"Returning exit code twelve\n", false, std::nullopt},
+        {replaced(real, "code 22\n", "code 300\n"), 300},
+        {replaced(real, "code 22\n", "code -2147483648\n"), -2147483648LL},
+        {replaced(real, "Returning exit code 22\n", ""), std::nullopt},
+        {QByteArray(real).replace("\n", "\r\n"), 22},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.line);
-        const ParsedLog log = parseCorebenchLog(
-            replaced(capturedLog("singlespeed-divider1.log"), "Returning exit code 22\n", c.line));
-        ASSERT_EQ(log.ok, c.ok) << log.problem.toStdString();
-        if (c.ok) {
-            EXPECT_EQ(log.exitValue, c.value);
-            EXPECT_DOUBLE_EQ(log.psResult, 22.444);
-        }
+    int row = 0;
+    for (const auto& [text, exitValue] : cases) {
+        SCOPED_TRACE(row++);
+        const ParsedLog log = parseCorebenchLog(text);
+        ASSERT_TRUE(log.ok) << log.problem.toStdString();
+        EXPECT_EQ(log.threadPs, QVector<double>{11.222});
+        EXPECT_DOUBLE_EQ(log.psResult, 22.444);
+        EXPECT_EQ(log.exitValue, exitValue);
+        EXPECT_EQ(log.cpuDescription, QStringLiteral("Intel(R) Xeon(R) Processor"));
+        EXPECT_EQ(log.logicalCpus, 2);
+        EXPECT_EQ(log.os, QStringLiteral("debian12"));
+        EXPECT_EQ(log.ramGib, 24);
     }
 }
 
-TEST(LogParser, CarriageReturnsAndLatin1AreRead) {
-    QByteArray text = capturedLog("singlespeed-divider1.log");
-    text.replace("\n", "\r\n");
-    text.replace("Intel(R) Xeon(R) Processor", "Proz\xe9ssor");  // Latin-1, not UTF-8
-    const ParsedLog log = parseCorebenchLog(text);
-    ASSERT_TRUE(log.ok) << log.problem.toStdString();
-    EXPECT_EQ(log.cpuDescription, QString::fromUtf8("Proz\xc3\xa9ssor"));
-    EXPECT_EQ(log.exitValue, 22);
+TEST(LogParser, ReadsLatin1) {
+    const QByteArray text = replaced(capturedLog("singlespeed-divider1.log"),
+                                     "Intel(R) Xeon(R) Processor", "Proz\xe9ssor");
+    EXPECT_EQ(parseCorebenchLog(text).cpuDescription, QString::fromUtf8("Proz\xc3\xa9ssor"));
 }
 
 TEST(LogParser, IncompleteOutputNamesWhatIsMissing) {
     const QByteArray real = capturedLog("singlespeed-divider1.log");
+    // A run cut off before the test has no result, even with result-like lines above it.
+    QByteArray cutOff = real.left(real.indexOf("CPU PS Test..."));
+    cutOff.replace("OperatingSystem: MAC\n", "OperatingSystem: MAC\nPS_Result: 999.000\n");
     const std::pair<QByteArray, const char*> cases[] = {
         {QByteArray(), "printed nothing"},
         {"\n\n", "printed nothing"},
         {"12:00.00\nOperatingSystem: MAC\nUsage: \ncorebench [testName]\n", "usage text"},
         {real.left(real.indexOf("Time_Exec")), "no complete result"},
+        {cutOff, ""},
+        // An unreadable exit line breaks the closing lines.
+        {replaced(real, "code 22\n", "code twelve\n"), ""},
         {replaced(real, "=totalSpeed", "=totalspeed"), "=totalSpeed"},
         {replaced(real, "adding thread 0:", "adding thread 1:"), "thread 0"},
         {replaced(real, "Creating 1 threads", "Creating 2 threads"),
