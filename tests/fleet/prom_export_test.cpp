@@ -19,28 +19,24 @@ Record record(const QString& test, double ps) {
 }
 
 TEST(PromExport, WritesEverySeriesWithHelpAndType) {
-    const QString text = QString::fromUtf8(promText(record("All", 25.5), QByteArray()));
-    EXPECT_EQ(
-        text,
-        "# HELP corebench_score_ps Score (PS) of the latest corebench run of the test.\n"
-        "# TYPE corebench_score_ps gauge\n"
-        "corebench_score_ps{test=\"All\"} 25.5\n"
-        "# HELP corebench_thread_score_ps Score (PS) of each worker thread in the latest run "
-        "of the test.\n"
-        "# TYPE corebench_thread_score_ps gauge\n"
-        "corebench_thread_score_ps{test=\"All\",thread=\"0\"} 12.75\n"
-        "corebench_thread_score_ps{test=\"All\",thread=\"1\"} 12.75\n"
-        "# HELP corebench_last_run_timestamp_seconds Start of the latest corebench run of the "
-        "test, in seconds since the epoch.\n"
-        "# TYPE corebench_last_run_timestamp_seconds gauge\n"
-        "corebench_last_run_timestamp_seconds{test=\"All\"} 1795453980\n"
-        "# HELP corebench_run_duration_seconds Duration of the latest corebench run of the "
-        "test.\n"
-        "# TYPE corebench_run_duration_seconds gauge\n"
-        "corebench_run_duration_seconds{test=\"All\"} 5.25\n"
-        "# HELP corebench_info The CPU and corebench binary of the latest run; always 1.\n"
-        "# TYPE corebench_info gauge\n"
-        "corebench_info{cpu_model=\"AMD EPYC 7543\",corebench_sha256=\"ab12\"} 1\n");
+    EXPECT_EQ(QString::fromUtf8(promText(record("All", 25.5), QByteArray())),
+              R"(# HELP corebench_score_ps Score (PS) of the latest corebench run of the test.
+# TYPE corebench_score_ps gauge
+corebench_score_ps{test="All"} 25.5
+# HELP corebench_thread_score_ps Score (PS) of each worker thread in the latest run of the test.
+# TYPE corebench_thread_score_ps gauge
+corebench_thread_score_ps{test="All",thread="0"} 12.75
+corebench_thread_score_ps{test="All",thread="1"} 12.75
+# HELP corebench_last_run_timestamp_seconds Start of the latest corebench run of the test, in seconds since the epoch.
+# TYPE corebench_last_run_timestamp_seconds gauge
+corebench_last_run_timestamp_seconds{test="All"} 1795453980
+# HELP corebench_run_duration_seconds Duration of the latest corebench run of the test.
+# TYPE corebench_run_duration_seconds gauge
+corebench_run_duration_seconds{test="All"} 5.25
+# HELP corebench_info The CPU and corebench binary of the latest run; always 1.
+# TYPE corebench_info gauge
+corebench_info{cpu_model="AMD EPYC 7543",corebench_sha256="ab12"} 1
+)");
 }
 
 TEST(PromExport, KeepsOtherTestsAndReplacesItsOwn) {
