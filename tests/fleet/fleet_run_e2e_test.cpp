@@ -154,9 +154,9 @@ TEST_F(FleetRun, ImportsExistingLogs) {
     aged.setFileTime(QDateTime(QDate(2024, 2, 29), QTime(23, 59, 59), Qt::UTC),
                      QFileDevice::FileModificationTime);
     aged.close();
-    const FleetResult result = runFleet({"import", "--out", path("records"), "--prom", path("prom"),
-                                         path("logs/node03.farm.log"), path("logs/broken.log"),
-                                         path("logs/node04.log"), path("logs/missing.log")});
+    const FleetResult result =
+        runFleet({"import", "--out", path("records"), path("logs/node03.farm.log"),
+                  path("logs/broken.log"), path("logs/node04.log"), path("logs/missing.log")});
     // Two could not be read; the others are recorded all the same.
     EXPECT_EQ(result.status, 5);
     EXPECT_TRUE(result.err.contains("broken.log: corebench's output did not parse"));
@@ -169,8 +169,6 @@ TEST_F(FleetRun, ImportsExistingLogs) {
     expectJsonHas(QJsonDocument::fromJson(readFile(path("records/") + records[0])).object(),
                   R"({"source": "import", "status": null, "corebench_sha256": null,
                       "duration_s": 239})");
-    EXPECT_TRUE(readFile(path("prom/corebench.prom"))
-                    .contains("corebench_score_ps{test=\"SingleSpeed\"} 21.505\n"));
 
     // --host and --test override what the name and the log say.
     const FleetResult named = runFleet({"import", "--host", "render-9", "--test", "single5",
