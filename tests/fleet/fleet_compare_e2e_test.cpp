@@ -5,9 +5,6 @@
 #include <unistd.h>
 
 #include <QDir>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QTemporaryDir>
 
 #include "fleet_test_support.h"

@@ -4,10 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-
 #include "fleet_test_support.h"
 #include "log_parser.h"
 
