@@ -147,16 +147,13 @@ TEST(LogParser, VerboseRepeatedRunsEachCount) {
     const ParsedLog ten = parseCorebenchLog(verboseRuns(QVector<double>(10, 4.0)));
     EXPECT_EQ(ten.verboseRunPs.size(), 10);
     EXPECT_EQ(inferTestName(ten), QStringLiteral("Single10Verbose"));
+    EXPECT_EQ(runsOfTest(inferTestName(ten)), 10);
 }
 
-TEST(TestNames, MatchLikeCorebench) {
-    // Any case, but nothing around the name (see FleetRun.ImportsExistingLogs for the rest).
+TEST(TestNames, MatchLikeCorebenchAndQuietSinglesGoByDuration) {
+    // Any case, but nothing around the name (FleetRun.ImportsExistingLogs has the rest).
     EXPECT_EQ(canonicalTestName("single10verbose"), QStringLiteral("Single10Verbose"));
-    EXPECT_EQ(runsOfTest(QStringLiteral("Single10Verbose")), 10);
     EXPECT_EQ(canonicalTestName("Single5 "), QString());
-}
-
-TEST(TestNames, QuietSingleTestsAreToldApartByDuration) {
     // A quiet Single, Single5 and Single10 print the same lines; Time_Exec covers every run.
     ParsedLog log = parseCorebenchLog(capturedLog("singlespeed-divider1.log"));
     ASSERT_TRUE(log.ok);
