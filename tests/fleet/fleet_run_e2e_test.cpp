@@ -36,13 +36,15 @@ class FleetRun : public ::testing::Test {
 
     // Replays a captured log and exits with the status that run had; records its arguments.
     QString replaying(const char* log, int status) {
-        return fakeCorebench(
+        writeFile(
             path("corebench"),
-            QStringLiteral("for a in \"$@\"; do printf '[%s]' \"$a\"; done > '%1'\n"
+            QStringLiteral("#!/bin/sh\nfor a in \"$@\"; do printf '[%s]' \"$a\"; done > '%1'\n"
                            "cat '%2/%3'\nexit %4\n")
                 .arg(path("args"), kData, QLatin1String(log))
                 .arg(status)
-                .toUtf8());
+                .toUtf8(),
+            QFile::ReadOwner | QFile::ExeOwner);
+        return path("corebench");
     }
 
     QTemporaryDir dir;
@@ -105,9 +107,7 @@ TEST_F(FleetRun, FailuresGiveTheirStatusAndKeepTheLog) {
          "did not parse"},
         {QByteArray(), exec, 3, "corebench not found"},
         {"#!/bin/sh\n", QFile::ReadOwner, 3, "not executable"},
-        {"\x7f"
-         "ELF\x01\x02 not a program",
-         exec, 3, "cannot start"},  // exec fails
+        {"\177ELF\001\002 not a program", exec, 3, "cannot start"},  // exec fails
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.message);

@@ -5,14 +5,11 @@
 
 #include <gtest/gtest.h>
 
-#include <QByteArray>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
-#include <QString>
-#include <QStringList>
 
 inline QByteArray readFile(const QString& path) {
     QFile file(path);
@@ -46,14 +43,6 @@ inline void writeFile(const QString& path, const QByteArray& bytes,
         file.close();
         file.setPermissions(permissions);
     }
-}
-
-// A stand-in for corebench: a shell script, executable.
-inline QString fakeCorebench(const QString& path, const QByteArray& body) {
-    writeFile(path, "#!/bin/sh\n" + body,
-              QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadOther |
-                  QFile::ExeOther);
-    return path;
 }
 
 struct FleetResult {
