@@ -94,13 +94,8 @@ TEST_F(FleetRun, DefaultsToTheCorebenchBesideItAndTheAllTest) {
 
 TEST_F(FleetRun, FailuresGiveTheirStatusAndKeepTheLog) {
     const QFile::Permissions exec = QFile::ReadOwner | QFile::ExeOwner;
-    struct Case {
-        QByteArray program;  // empty: no corebench at all
-        QFile::Permissions permissions;
-        int status;
-        const char* message;
-    };
-    const Case cases[] = {
+    // The program (none when empty), its permissions, the status and the message expected.
+    const std::tuple<QByteArray, QFile::Permissions, int, const char*> cases[] = {
         {"#!/bin/sh\necho 'CPU PS Test...'\nkill -SEGV $$\n", exec, 4, "killed by a signal"},
         {"#!/bin/sh\nexit 0\n", exec, 5, "corebench printed nothing"},
         {"#!/bin/sh\nhead -c 900 '" + kData.toUtf8() + "/singlespeed-divider1.log'\n", exec, 5,
@@ -109,20 +104,20 @@ TEST_F(FleetRun, FailuresGiveTheirStatusAndKeepTheLog) {
         {"#!/bin/sh\n", QFile::ReadOwner, 3, "not executable"},
         {"\177ELF\001\002 not a program", exec, 3, "cannot start"},  // exec fails
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.message);
+    for (const auto& [program, permissions, status, message] : cases) {
+        SCOPED_TRACE(message);
         QTemporaryDir caseDir;
         const QString corebench = caseDir.filePath("corebench");
-        if (!c.program.isEmpty()) {
-            writeFile(corebench, c.program, c.permissions);
+        if (!program.isEmpty()) {
+            writeFile(corebench, program, permissions);
         }
         const QString out = caseDir.filePath("out");
         const FleetResult result = runFleet({"run", "--corebench", corebench, "--out", out});
-        EXPECT_EQ(result.status, c.status);
-        EXPECT_TRUE(result.err.contains(c.message)) << result.err.toStdString();
+        EXPECT_EQ(result.status, status);
+        EXPECT_TRUE(result.err.contains(message)) << result.err.toStdString();
         // No record; a corebench that ran leaves its log, and the message names it.
         const QStringList files = filesIn(out);
-        ASSERT_EQ(files.size(), c.status == 3 ? 0 : 1);
+        ASSERT_EQ(files.size(), status == 3 ? 0 : 1);
         EXPECT_TRUE(files.isEmpty() ||
                     (files[0].endsWith(".log") && result.err.contains(files[0].toUtf8())));
     }

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <tuple>
 
 #include "fleet_test_support.h"
 #include "test_names.h"
@@ -13,39 +14,30 @@
 namespace {
 
 TEST(LogParser, ReadsCapturedRuns) {
-    struct Expected {
-        const char* file;
-        QVector<double> threadPs;
-        double psResult;
-        std::optional<qint64> exitValue;
-        qint64 timeExecS;
-        const char* test;  // as inferred from the log alone
-    };
-    const Expected cases[] = {
-        {"singlespeed-plain.log", {10.753}, 21.505, std::nullopt, 6, "SingleSpeed"},
-        {"singlespeed-divider1-filler.log", {12.244}, 24.488, 24, 6, "SingleSpeed"},
-        {"singlespeed-divider-negative.log", {12.306}, 24.612, -24, 5, "SingleSpeed"},
-        // A zero divider prints the minimum int; the shell sees status 0.
-        {"allverbose-divider0-houdini.log",
-         {2.725, 2.750},
-         5.475,
-         -2147483648LL,
-         239,
-         "AllVerbose"},
-    };
-    for (const Expected& expected : cases) {
-        SCOPED_TRACE(expected.file);
-        const ParsedLog log = parseCorebenchLog(capturedLog(expected.file));
+    // File, thread PS, PS_Result, exit value, Time_Exec; only the AllVerbose run has two threads.
+    const std::tuple<const char*, QVector<double>, double, std::optional<qint64>, qint64> cases[] =
+        {
+            {"singlespeed-plain.log", {10.753}, 21.505, std::nullopt, 6},
+            {"singlespeed-divider1-filler.log", {12.244}, 24.488, 24, 6},
+            {"singlespeed-divider-negative.log", {12.306}, 24.612, -24, 5},
+            // A zero divider prints the minimum int; the shell sees status 0.
+            {"allverbose-divider0-houdini.log", {2.725, 2.75}, 5.475, -2147483648LL, 239},
+        };
+    for (const auto& [file, threadPs, psResult, exitValue, timeExecS] : cases) {
+        SCOPED_TRACE(file);
+        const ParsedLog log = parseCorebenchLog(capturedLog(file));
         ASSERT_TRUE(log.ok) << log.problem.toStdString();
-        EXPECT_EQ(log.threadPs, expected.threadPs);
-        EXPECT_DOUBLE_EQ(log.psResult, expected.psResult);
-        EXPECT_EQ(log.exitValue, expected.exitValue);
-        EXPECT_EQ(log.verbose, expected.threadPs.size() == 2);
-        EXPECT_EQ(log.timeExecS, expected.timeExecS);
+        EXPECT_EQ(log.threadPs, threadPs);
+        EXPECT_DOUBLE_EQ(log.psResult, psResult);
+        EXPECT_EQ(log.exitValue, exitValue);
+        EXPECT_EQ(log.timeExecS, timeExecS);
+        // The test as inferred from the log alone.
+        const bool verbose = threadPs.size() == 2;
+        EXPECT_EQ(log.verbose, verbose);
+        EXPECT_EQ(inferTestName(log), verbose ? "AllVerbose" : "SingleSpeed");
         // The CPU report, the same block in every log, is pinned field by field in the record.
         EXPECT_EQ(log.cpuDescription, QStringLiteral("Intel(R) Xeon(R) Processor"));
         EXPECT_EQ(log.summaryThreads, 2);
-        EXPECT_EQ(inferTestName(log), QLatin1String(expected.test));
     }
 }
 
