@@ -10,13 +10,9 @@
 namespace {
 
 RecordOrigin importOrigin(const char* test) {
-    RecordOrigin origin;
-    origin.host = QStringLiteral("node17");
-    origin.test = QLatin1String(test);
-    origin.startedAt = QDateTime(QDate(2026, 11, 23), QTime(17, 13, 0), Qt::UTC);
-    origin.durationS = 6.0;
-    origin.source = QStringLiteral("import");
-    return origin;
+    return {"node17", test,         QDateTime(QDate(2026, 11, 23), QTime(17, 13, 0), Qt::UTC),
+            6.0,      std::nullopt, std::nullopt,
+            "import"};
 }
 
 TEST(Record, HasEveryKeyWithNullsForMissingValues) {
