@@ -4,16 +4,12 @@
 
 #include <gtest/gtest.h>
 
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-
 #include "compare_format.h"
+#include "fleet_test_support.h"
 
 namespace {
 
-LoadedRecord node(const QString& host, double ps,
-                  const QString& model = QStringLiteral("EPYC 7543"), int day = 1,
+LoadedRecord node(const QString& host, double ps, const QString& model = "EPYC 7543", int day = 1,
                   QVector<double> threads = {}) {
     LoadedRecord loaded;
     Record& r = loaded.record;
@@ -24,149 +20,103 @@ LoadedRecord node(const QString& host, double ps,
     r.threadPs = threads.isEmpty() ? QVector<double>{ps / 2, ps / 2} : threads;
     r.cpuModel = model;
     r.logicalCpus = 2;
-    r.source = QStringLiteral("run");
     loaded.file = QStringLiteral("/records/%1-%2.json").arg(host).arg(day);
     return loaded;
 }
 
-const CompareRow& rowOf(const std::vector<CompareRow>& rows, const char* host) {
-    for (const CompareRow& row : rows) {
-        if (row.host == QLatin1String(host)) {
-            return row;
-        }
-    }
-    ADD_FAILURE() << "no row for " << host;
-    return rows.front();
+const CompareRow& rowOf(const std::vector<CompareRow>& rows, const QString& host,
+                        const char* test = "All") {
+    const auto row = std::find_if(rows.begin(), rows.end(), [&](const CompareRow& r) {
+        return r.host == host && r.test == QLatin1String(test);
+    });
+    EXPECT_TRUE(row != rows.end()) << "no row for " << host.toStdString();
+    return row != rows.end() ? *row : rows.front();
 }
 
-TEST(FleetCompare, FlagsPlantedSlowNodes) {
+TEST(FleetCompare, FlagsPlantedSlowNodesAndASlowCore) {
     std::vector<LoadedRecord> records;
-    const double scores[] = {100.0, 101.0, 99.5, 100.5, 98.9, 100.2, 101.3, 99.8};
-    for (int i = 0; i < 8; ++i) {
-        records.push_back(node(QStringLiteral("n%1").arg(i), scores[i]));
+    for (const double ps : {100.0, 101.0, 99.5, 100.5, 98.9, 100.2, 101.3, 99.8}) {
+        records.push_back(node(QStringLiteral("n%1").arg(records.size()), ps));
     }
     records.push_back(node("zslow", 95.0));  // 5 % down: far outside this tight group's spread
     records.push_back(node("throttled", 80.0));
+    records.push_back(node("onecore", 99.9, "EPYC 7543", 1, {25.0, 25.2, 20.0, 25.0}));
+    records.push_back(node("single", 99.9, "EPYC 7543", 1, {99.9}));
     const std::vector<CompareRow> rows = compareRecords(records, CompareOptions());
-    ASSERT_EQ(rows.size(), 10u);
-    // Sorted by score within the group: the slowest first.
+    ASSERT_EQ(rows.size(), 12u);
+    // Sorted by score within the group, the slowest first; above the floor only z flags.
     EXPECT_EQ(rows[0].host, QStringLiteral("throttled"));
+    ASSERT_EQ(rows[0].reasons.size(), 2);
+    EXPECT_TRUE(rows[0].reasons[1].contains(QLatin1String("of the group median (floor 0.9)")));
+    EXPECT_DOUBLE_EQ(*rows[0].groupMedian, 99.9);
+    EXPECT_DOUBLE_EQ(*rows[0].ratio, 80.0 / 99.9);
     EXPECT_EQ(rows[1].host, QStringLiteral("zslow"));
-
-    const CompareRow& slow = rowOf(rows, "zslow");
-    EXPECT_TRUE(slow.flagged);
-    ASSERT_TRUE(slow.robustZ);
-    EXPECT_LT(*slow.robustZ, -3.5);
-    EXPECT_EQ(slow.reasons.size(), 1) << "above the floor, so z only";
-    EXPECT_TRUE(slow.reasons[0].startsWith(QLatin1String("robust z")));
-
-    const CompareRow& throttled = rowOf(rows, "throttled");
-    EXPECT_TRUE(throttled.flagged);
-    EXPECT_EQ(throttled.reasons.size(), 2);
-    EXPECT_TRUE(throttled.reasons[1].contains(QLatin1String("of the group median (floor 0.9)")));
-    // Median of the ten: (99.8 + 100.0) / 2.
-    EXPECT_DOUBLE_EQ(*throttled.groupMedian, 99.9);
-    EXPECT_DOUBLE_EQ(*throttled.ratio, 80.0 / 99.9);
-
-    for (int i = 0; i < 8; ++i) {
-        EXPECT_FALSE(rowOf(rows, qPrintable(QStringLiteral("n%1").arg(i))).flagged) << i;
+    ASSERT_EQ(rows[1].reasons.size(), 1);
+    EXPECT_TRUE(rows[1].reasons[0].startsWith(QLatin1String("robust z")));
+    EXPECT_LT(*rows[1].robustZ, -3.5);
+    const CompareRow& slowCore = rowOf(rows, "onecore");
+    EXPECT_EQ(slowCore.reasons,
+              QStringList{"slow core: thread 2 at 0.800 of the median thread (floor 0.9)"});
+    EXPECT_DOUBLE_EQ(*slowCore.minThreadPs, 20.0);
+    EXPECT_DOUBLE_EQ(*slowCore.medianThreadPs, 25.0);
+    for (const CompareRow& row : rows) {
+        EXPECT_EQ(row.flagged, !row.reasons.isEmpty()) << row.host.toStdString();
+        EXPECT_EQ(row.flagged,
+                  row.host == "throttled" || row.host == "zslow" || row.host == "onecore")
+            << row.host.toStdString();
     }
 }
 
-TEST(FleetCompare, MadOfZeroLeavesTheFloorToJudge) {
-    // More than half the group on one score: the MAD is 0 and z undefined.
-    std::vector<LoadedRecord> records{node("a", 100.0), node("b", 100.0), node("c", 100.0),
-                                      node("d", 99.0), node("e", 85.0)};
+TEST(FleetCompare, MadOfZeroSmallGroupsAndNoScoreLeaveTheFloorToJudge) {
+    // Groups are (CPU model, logical CPUs, test). In the first more than half share one score, so
+    // the MAD is 0 and z undefined, and one record has no score; then a group of one and of two.
+    std::vector<LoadedRecord> records{node("a", 100.0),
+                                      node("b", 100.0),
+                                      node("c", 100.0),
+                                      node("d", 99.0),
+                                      node("e", 85.0),
+                                      node("noscore", 0.0),
+                                      node("alone", 50.0, "Xeon Gold 6338"),
+                                      node("pair-a", 100.0, "EPYC 9654"),
+                                      node("pair-b", 80.0, "EPYC 9654")};
+    records[5].record.psResult.reset();
+    records[5].record.threadPs.clear();
     const std::vector<CompareRow> rows = compareRecords(records, CompareOptions());
     for (const CompareRow& row : rows) {
         EXPECT_FALSE(row.robustZ) << row.host.toStdString();
+        // 85 of 100 and 80 of 90 are below the floor.
+        EXPECT_EQ(row.flagged, row.host == "e" || row.host == "pair-b") << row.host.toStdString();
     }
-    EXPECT_FALSE(rowOf(rows, "d").flagged);
-    EXPECT_TRUE(rowOf(rows, "e").flagged);
-}
-
-TEST(FleetCompare, SmallGroupsUseTheFloorOnly) {
-    // Groups are (CPU model, logical CPUs, test): these are a group of one and one of two.
-    std::vector<LoadedRecord> records{node("alone", 50.0, "Xeon Gold 6338"),
-                                      node("pair-a", 100.0, "EPYC 9654"),
-                                      node("pair-b", 95.0, "EPYC 9654")};
-    std::vector<CompareRow> rows = compareRecords(records, CompareOptions());
-    for (const CompareRow& row : rows) {
-        EXPECT_FALSE(row.flagged) << row.host.toStdString();
-        EXPECT_FALSE(row.robustZ);
-    }
+    EXPECT_EQ(rows[5].host, QStringLiteral("noscore")) << "listed after its group, not judged";
+    EXPECT_FALSE(rows[5].groupMedian);
+    EXPECT_DOUBLE_EQ(*rows[0].groupMedian, 100.0);  // the middle five, the unscored left out
     EXPECT_DOUBLE_EQ(*rowOf(rows, "alone").groupMedian, 50.0);
-    EXPECT_DOUBLE_EQ(*rowOf(rows, "pair-b").groupMedian, 97.5);
-    records[2].record.psResult = 80.0;  // 80 / 90 = 0.889, below the floor
-    rows = compareRecords(records, CompareOptions());
-    EXPECT_TRUE(rowOf(rows, "pair-b").flagged);
-    // The other options move the threshold.
+    EXPECT_DOUBLE_EQ(*rowOf(rows, "pair-b").groupMedian, 90.0);
     CompareOptions loose;
     loose.floor = 0.85;
     EXPECT_FALSE(rowOf(compareRecords(records, loose), "pair-b").flagged);
 }
 
-TEST(FleetCompare, FlagsASlowCore) {
-    std::vector<LoadedRecord> records{
-        node("even", 40.0, "EPYC", 1, {10.0, 10.1, 9.9, 10.0}),
-        node("onecore", 40.0, "EPYC", 1, {10.0, 10.1, 8.0, 10.0}),
-        node("single", 40.0, "EPYC", 1, {20.0}),
-    };
-    const std::vector<CompareRow> rows = compareRecords(records, CompareOptions());
-    const CompareRow& slow = rowOf(rows, "onecore");
-    EXPECT_TRUE(slow.flagged);
-    EXPECT_EQ(slow.reasons,
-              QStringList{"slow core: thread 2 at 0.800 of the median thread (floor 0.9)"});
-    EXPECT_DOUBLE_EQ(*slow.minThreadPs, 8.0);
-    EXPECT_DOUBLE_EQ(*slow.medianThreadPs, 10.0);
-    EXPECT_FALSE(rowOf(rows, "even").flagged);
-    EXPECT_FALSE(rowOf(rows, "single").flagged);
-}
-
 TEST(FleetCompare, NewestRecordPerHostAndTestAndItsVariation) {
     std::vector<LoadedRecord> records{node("a", 90.0, "EPYC", 3), node("a", 100.0, "EPYC", 1),
-                                      node("a", 110.0, "EPYC", 2), node("b", 100.0, "EPYC", 1)};
-    LoadedRecord other = node("a", 10.0, "EPYC", 4);
-    other.record.test = QStringLiteral("SingleSpeed");
-    records.push_back(other);
+                                      node("a", 110.0, "EPYC", 2), node("b", 100.0, "EPYC", 1),
+                                      node("a", 10.0, "EPYC", 4)};
+    records.back().record.test = QStringLiteral("SingleSpeed");
     const std::vector<CompareRow> rows = compareRecords(records, CompareOptions());
     ASSERT_EQ(rows.size(), 3u);
-    const CompareRow* all = nullptr;
-    for (const CompareRow& row : rows) {
-        if (row.host == QLatin1String("a") && row.test == QLatin1String("All")) {
-            all = &row;
-        }
-    }
-    ASSERT_TRUE(all);
-    EXPECT_DOUBLE_EQ(*all->psResult, 90.0);  // the newest, not the last read
-    EXPECT_EQ(all->records, 3);
-    EXPECT_EQ(all->file, QStringLiteral("/records/a-3.json"));
-    ASSERT_TRUE(all->cv);
-    EXPECT_NEAR(*all->cv, 10.0 / 100.0, 1e-12);  // sample standard deviation 10 over mean 100
+    const CompareRow& all = rowOf(rows, "a");
+    EXPECT_DOUBLE_EQ(*all.psResult, 90.0);  // the newest, not the last read
+    EXPECT_EQ(all.records, 3);
+    EXPECT_EQ(all.file, QStringLiteral("/records/a-3.json"));
+    ASSERT_TRUE(all.cv);
+    EXPECT_NEAR(*all.cv, 10.0 / 100.0, 1e-12);  // sample standard deviation 10 over mean 100
     EXPECT_FALSE(rowOf(rows, "b").cv) << "one record has no variation";
-}
-
-TEST(FleetCompare, RecordsWithoutAScoreAreListedNotJudged) {
-    std::vector<LoadedRecord> records{node("a", 100.0), node("b", 100.0), node("c", 98.0)};
-    records[1].record.psResult.reset();
-    records[1].record.threadPs.clear();
-    const std::vector<CompareRow> rows = compareRecords(records, CompareOptions());
-    EXPECT_EQ(rows.back().host, QStringLiteral("b"));
-    EXPECT_FALSE(rows.back().flagged);
-    EXPECT_FALSE(rows.back().groupMedian);
-    EXPECT_DOUBLE_EQ(*rowOf(rows, "c").groupMedian, 99.0);
-}
-
-TEST(Median, OddEvenAndOne) {
-    EXPECT_DOUBLE_EQ(median({3.0}), 3.0);
-    EXPECT_DOUBLE_EQ(median({5.0, 1.0, 3.0}), 3.0);
-    EXPECT_DOUBLE_EQ(median({4.0, 1.0, 3.0, 2.0}), 2.5);
+    EXPECT_DOUBLE_EQ(*rowOf(rows, "a", "SingleSpeed").psResult, 10.0);
 }
 
 std::vector<CompareRow> formatted() {
-    std::vector<LoadedRecord> records{node("n1", 100.0, "AMD EPYC 7543 32-Core, \"B\" stepping"),
-                                      node("n2", 70.0, "AMD EPYC 7543 32-Core, \"B\" stepping")};
-    return compareRecords(records, CompareOptions());
+    const QString model = QStringLiteral("AMD EPYC 7543 32-Core, \"B\" stepping");
+    return compareRecords({node("n1", 100.0, model), node("n2", 70.0, model)}, CompareOptions());
 }
 
 TEST(CompareFormat, CsvColumnsAndQuoting) {
@@ -184,32 +134,23 @@ TEST(CompareFormat, CsvColumnsAndQuoting) {
 }
 
 TEST(CompareFormat, JsonAndTableCarryTheSameColumns) {
-    const QJsonObject root = QJsonDocument::fromJson(formatCompareJson(formatted())).object();
-    EXPECT_EQ(root.value("schema").toInt(), 1);
-    const QJsonArray rows = root.value("rows").toArray();
-    ASSERT_EQ(rows.size(), 2);
-    const QJsonObject first = rows[0].toObject();
-    QStringList keys = first.keys();
-    QStringList columns = compareColumns();
-    keys.sort();
-    columns.sort();
-    EXPECT_EQ(keys, columns);
-    EXPECT_EQ(first.value("flagged"), QJsonValue(true));
-    EXPECT_EQ(first.value("ratio").toDouble(), 0.824);
-    EXPECT_TRUE(first.value("robust_z").isNull());
-    EXPECT_TRUE(first.value("cv").isNull());
-    EXPECT_EQ(first.value("cpu_model").toString(),
-              QStringLiteral("AMD EPYC 7543 32-Core, \"B\" stepping"));
+    const QJsonObject first =
+        QJsonDocument::fromJson(formatCompareJson(formatted()))["rows"][0].toObject();
+    EXPECT_EQ(first.size(), compareColumns().size());
+    expectJsonHas(first, R"json({"host": "n2", "test": "All", "started_at": "2026-11-01T12:00:00Z",
+        "flagged": true, "reason": "score at 0.824 of the group median (floor 0.9)",
+        "ps_result": 70, "group_median": 85, "ratio": 0.824, "robust_z": null,
+        "min_thread_ps": 35, "median_thread_ps": 35, "cv": null, "records": 1, "logical_cpus": 2,
+        "cpu_model": "AMD EPYC 7543 32-Core, \"B\" stepping", "file": "/records/n2-1.json"})json");
 
+    // Aligned: every column starts at the same place on every line; an empty reason shows as -.
     const QStringList table = QString::fromUtf8(formatCompareTable(formatted())).split('\n');
     ASSERT_EQ(table.size(), 4);
-    EXPECT_TRUE(
-        table[0].startsWith(QLatin1String("host  test  started_at            flagged  reason")));
-    // Aligned: every column starts at the same place on every line.
+    EXPECT_TRUE(table[0].startsWith("host  test  started_at            flagged  reason"));
     const int psColumn = table[0].indexOf(QLatin1String("ps_result"));
     EXPECT_EQ(table[1].mid(psColumn, 6), QStringLiteral("70.000"));
     EXPECT_EQ(table[2].mid(psColumn, 7), QStringLiteral("100.000"));
-    EXPECT_EQ(table[2].indexOf(QLatin1String(" - ")) > 0, true) << "empty reason shows as -";
+    EXPECT_GT(table[2].indexOf(QLatin1String(" - ")), 0);
 }
 
 }  // namespace

@@ -6,20 +6,17 @@
 #include <QCryptographicHash>
 #include <QDir>
 #include <QElapsedTimer>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QRegularExpression>
 #include <QSysInfo>
 #include <QTemporaryDir>
 
-#include "fleet_process.h"
+#include "fleet_test_support.h"
 
 namespace {
 
 const QString kData = QStringLiteral(FLEET_TEST_DATA);
 
-QStringList filesIn(const QString& dir, const QString& pattern) {
+QStringList filesIn(const QString& dir, const QString& pattern = "*") {
     return QDir(dir).entryList({pattern}, QDir::Files, QDir::Name);
 }
 
@@ -30,29 +27,24 @@ QJsonObject onlyRecord(const QString& dir) {
 }
 
 QString sha256(const QString& path) {
-    return QString::fromLatin1(
-        QCryptographicHash::hash(readFile(path), QCryptographicHash::Sha256).toHex());
-}
-
-QString hostName() {
-    const QString host = QSysInfo::machineHostName();
-    return host.left(host.indexOf('.') < 0 ? host.size() : host.indexOf('.'));
+    return QCryptographicHash::hash(readFile(path), QCryptographicHash::Sha256).toHex();
 }
 
 class FleetRun : public ::testing::Test {
   protected:
-    void SetUp() override { ASSERT_TRUE(dir.isValid()); }
     QString path(const QString& name) const { return dir.filePath(name); }
 
     // Replays a captured log and exits with the status that run had; records its arguments.
     QString replaying(const char* log, int status) {
-        return fakeCorebench(
+        writeFile(
             path("corebench"),
-            QStringLiteral("for a in \"$@\"; do printf '[%s]' \"$a\"; done > '%1'\n"
+            QStringLiteral("#!/bin/sh\nfor a in \"$@\"; do printf '[%s]' \"$a\"; done > '%1'\n"
                            "cat '%2/%3'\nexit %4\n")
                 .arg(path("args"), kData, QLatin1String(log))
                 .arg(status)
-                .toUtf8());
+                .toUtf8(),
+            QFile::ReadOwner | QFile::ExeOwner);
+        return path("corebench");
     }
 
     QTemporaryDir dir;
@@ -65,42 +57,25 @@ TEST_F(FleetRun, RecordsWhatCorebenchPrintedAndPassesItThrough) {
                   "--", "SingleSpeed", "exitCodeThreshold", "-1", "a b", "LoremIpsum"});
     ASSERT_EQ(result.status, 0) << result.err.toStdString();
     // The terminal sees exactly what corebench printed; the log beside the record holds it too.
-    const QByteArray captured = readFile(kData + "/singlespeed-divider1-filler.log");
+    const QByteArray captured = capturedLog("singlespeed-divider1-filler.log");
     EXPECT_EQ(result.out, captured);
     // corebench's arguments go through unchanged, options and blanks included.
-    EXPECT_EQ(readFile(path("args")),
-              QByteArray("[SingleSpeed][exitCodeThreshold][-1][a b][LoremIpsum]"));
+    EXPECT_EQ(readFile(path("args")), "[SingleSpeed][exitCodeThreshold][-1][a b][LoremIpsum]");
 
-    const QStringList logs = filesIn(path("out"), "*.log");
-    ASSERT_EQ(logs.size(), 1);
-    const QRegularExpression name(QStringLiteral("^%1-SingleSpeed-\\d{8}T\\d{6}Z\\.log$")
-                                      .arg(QRegularExpression::escape(hostName())));
-    EXPECT_TRUE(name.match(logs[0]).hasMatch()) << logs[0].toStdString();
-    EXPECT_EQ(readFile(QDir(path("out")).filePath(logs[0])), captured);
-    QString base = logs[0];
-    base.chop(4);
-    EXPECT_EQ(filesIn(path("out"), "*.json"), QStringList{base + ".json"});
-    EXPECT_TRUE(result.err.contains("recorded ")) << result.err.toStdString();
-
+    // Record and log share their name: the short host name, the test and the UTC start.
     const QJsonObject record = onlyRecord(path("out"));
-    EXPECT_EQ(record.value("host").toString(), hostName());
-    EXPECT_EQ(record.value("test").toString(), QStringLiteral("SingleSpeed"));
-    EXPECT_EQ(record.value("source").toString(), QStringLiteral("run"));
-    EXPECT_EQ(record.value("status").toInt(), 24);
-    EXPECT_EQ(record.value("exit_value").toInt(), 24);
-    EXPECT_EQ(record.value("ps_result").toDouble(), 24.488);
-    EXPECT_EQ(record.value("thread_ps").toArray(), QJsonArray{12.244});
-    EXPECT_EQ(record.value("corebench_sha256").toString(), sha256(corebench));
-    EXPECT_GE(record.value("duration_s").toDouble(), 0.0);
-    const QDateTime started =
-        QDateTime::fromString(record.value("started_at").toString(), Qt::ISODate);
+    const QString host = QSysInfo::machineHostName().section('.', 0, 0);
+    const QDateTime started = QDateTime::fromString(record["started_at"].toString(), Qt::ISODate);
     EXPECT_LE(std::abs(started.secsTo(QDateTime::currentDateTimeUtc())), 120);
-    const QString stamp = started.toUTC().toString("yyyyMMdd'T'HHmmss'Z'");
-    EXPECT_TRUE(base.endsWith(stamp)) << base.toStdString();
+    const QString base = host + "-SingleSpeed-" + started.toUTC().toString("yyyyMMdd'T'HHmmss'Z'");
+    EXPECT_EQ(filesIn(path("out")), (QStringList{base + ".json", base + ".log"}));
+    EXPECT_EQ(readFile(path("out/") + base + ".log"), captured);
+    EXPECT_EQ(record["host"].toString(), host);
+    EXPECT_EQ(record["corebench_sha256"].toString(), sha256(corebench));
+    expectJsonHas(record, R"({"source": "run", "status": 24, "ps_result": 24.488})");
 
-    const QByteArray prom = readFile(path("prom/corebench.prom"));
-    EXPECT_TRUE(prom.contains("corebench_score_ps{test=\"SingleSpeed\"} 24.488\n"));
-    EXPECT_TRUE(prom.endsWith('\n'));
+    EXPECT_TRUE(readFile(path("prom/corebench.prom"))
+                    .contains("corebench_score_ps{test=\"SingleSpeed\"} 24.488\n"));
     EXPECT_TRUE(QFile::permissions(path("prom/corebench.prom")) & QFile::ReadOther)
         << "the node exporter runs as another user";
 }
@@ -108,87 +83,60 @@ TEST_F(FleetRun, RecordsWhatCorebenchPrintedAndPassesItThrough) {
 TEST_F(FleetRun, DefaultsToTheCorebenchBesideItAndTheAllTest) {
     // A copy of corebench-fleet beside a stand-in called corebench.
     ASSERT_TRUE(QFile::copy(COREBENCH_FLEET, path("corebench-fleet")));
-    QFile::setPermissions(path("corebench-fleet"), QFile::ReadOwner | QFile::ExeOwner);
     replaying("allverbose-divider0-houdini.log", 0);
     const FleetResult result = runFleet({"run", "--out", path("out")}, path("corebench-fleet"));
     ASSERT_EQ(result.status, 0) << result.err.toStdString();
     EXPECT_EQ(readFile(path("args")), QByteArray());
-    const QJsonObject record = onlyRecord(path("out"));
-    EXPECT_EQ(record.value("test").toString(), QStringLiteral("All"));
     // What corebench printed and what the shell saw differ for a zero divider.
-    EXPECT_EQ(record.value("exit_value").toDouble(), -2147483648.0);
-    EXPECT_EQ(record.value("status").toInt(), 0);
+    expectJsonHas(onlyRecord(path("out")),
+                  R"({"test": "All", "exit_value": -2147483648, "status": 0})");
 }
 
 TEST_F(FleetRun, FailuresGiveTheirStatusAndKeepTheLog) {
-    struct Case {
-        const char* name;
-        QByteArray script;  // empty: no corebench at all
-        int status;
-        const char* message;
-        bool logKept;
+    const QFile::Permissions exec = QFile::ReadOwner | QFile::ExeOwner;
+    // The program (none when empty), its permissions, the status and the message expected.
+    const std::tuple<QByteArray, QFile::Permissions, int, const char*> cases[] = {
+        {"#!/bin/sh\necho 'CPU PS Test...'\nkill -SEGV $$\n", exec, 4, "killed by a signal"},
+        {"#!/bin/sh\nexit 0\n", exec, 5, "corebench printed nothing"},
+        {"#!/bin/sh\nhead -c 900 '" + kData.toUtf8() + "/singlespeed-divider1.log'\n", exec, 5,
+         "did not parse"},
+        {QByteArray(), exec, 3, "corebench not found"},
+        {"#!/bin/sh\n", QFile::ReadOwner, 3, "not executable"},
+        {"\177ELF\001\002 not a program", exec, 3, "cannot start"},  // exec fails
     };
-    const Case cases[] = {
-        {"crash", "echo 'CPU PS Test...'\nkill -SEGV $$\n", 4, "killed by a signal or crashed",
-         true},
-        {"killed", "echo 'CPU PS Test...'\nkill -KILL $$\n", 4, "killed by a signal or crashed",
-         true},
-        {"silent", "exit 0\n", 5, "corebench printed nothing", true},
-        {"usage", "echo 'Usage: '\nexit 0\n", 5, "usage text", true},
-        {"cut off", "head -c 900 '" + kData.toUtf8() + "/singlespeed-divider1.log'\nexit 0\n", 5,
-         "did not parse", true},
-        {"missing", QByteArray(), 3, "corebench not found", false},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [program, permissions, status, message] : cases) {
+        SCOPED_TRACE(message);
         QTemporaryDir caseDir;
         const QString corebench = caseDir.filePath("corebench");
-        if (!c.script.isEmpty()) {
-            fakeCorebench(corebench, c.script);
+        if (!program.isEmpty()) {
+            writeFile(corebench, program, permissions);
         }
         const QString out = caseDir.filePath("out");
-        const FleetResult result =
-            runFleet({"run", "--corebench", corebench, "--out", out, "--", "SingleSpeed"});
-        EXPECT_EQ(result.status, c.status) << result.err.toStdString();
-        EXPECT_TRUE(result.err.contains(c.message)) << result.err.toStdString();
-        EXPECT_TRUE(filesIn(out, "*.json").isEmpty());
-        const QStringList logs = filesIn(out, "*.log");
-        EXPECT_EQ(logs.size(), c.logKept ? 1 : 0);
-        if (c.logKept && !logs.isEmpty()) {
-            // The message names the log that was kept.
-            EXPECT_TRUE(result.err.contains(logs[0].toUtf8())) << result.err.toStdString();
-        }
+        const FleetResult result = runFleet({"run", "--corebench", corebench, "--out", out});
+        EXPECT_EQ(result.status, status);
+        EXPECT_TRUE(result.err.contains(message)) << result.err.toStdString();
+        // No record; a corebench that ran leaves its log, and the message names it.
+        const QStringList files = filesIn(out);
+        ASSERT_EQ(files.size(), status == 3 ? 0 : 1);
+        EXPECT_TRUE(files.isEmpty() ||
+                    (files[0].endsWith(".log") && result.err.contains(files[0].toUtf8())));
     }
 }
 
-TEST_F(FleetRun, CorebenchThatCannotStartOrUnwritableFolders) {
-    writeFile(path("noexec"), "#!/bin/sh\n", QFile::ReadOwner | QFile::WriteOwner);
-    // Executable but no program: exec fails.
-    writeFile(path("garbage"),
-              QByteArray("\x7f"
-                         "ELF\x01\x02 not a program"),
-              QFile::ReadOwner | QFile::ExeOwner);
-    EXPECT_EQ(runFleet({"run", "--corebench", path("noexec"), "--out", path("o")}).status, 3);
-    const FleetResult garbage =
-        runFleet({"run", "--corebench", path("garbage"), "--out", path("o")});
-    EXPECT_EQ(garbage.status, 3) << garbage.err.toStdString();
-    EXPECT_TRUE(garbage.err.contains("cannot start")) << garbage.err.toStdString();
-    EXPECT_TRUE(filesIn(path("o"), "*").isEmpty());
-
+TEST_F(FleetRun, UnwritableFoldersAndBadArguments) {
     const QString corebench = replaying("singlespeed-divider1.log", 22);
     writeFile(path("plainfile"), "x");
-    const FleetResult out =
-        runFleet({"run", "--corebench", corebench, "--out", path("plainfile/sub")});
-    EXPECT_EQ(out.status, 6) << out.err.toStdString();
+    EXPECT_EQ(runFleet({"run", "--corebench", corebench, "--out", path("plainfile/sub")}).status,
+              6);
     EXPECT_FALSE(QFile::exists(path("args"))) << "nothing is run when nothing can be kept";
-    const FleetResult prom = runFleet({"run", "--corebench", corebench, "--out", path("o2"),
-                                       "--prom", path("plainfile/prom"), "--", "SingleSpeed"});
-    EXPECT_EQ(prom.status, 6) << prom.err.toStdString();
+    EXPECT_EQ(runFleet({"run", "--corebench", corebench, "--out", path("o2"), "--prom",
+                        path("plainfile/prom")})
+                  .status,
+              6);
     EXPECT_EQ(filesIn(path("o2"), "*.json").size(), 1) << "the record is written before the .prom";
-
-    EXPECT_EQ(runFleet({"run", "--bogus"}).status, 2);
-    EXPECT_EQ(runFleet({"frobnicate"}).status, 2);
-    EXPECT_EQ(runFleet({}).status, 2);
+    for (const QStringList& arguments : {QStringList{"run", "--bogus"}, {"frobnicate"}, {}}) {
+        EXPECT_EQ(runFleet(arguments).status, 2) << arguments.join(' ').toStdString();
+    }
 }
 
 TEST_F(FleetRun, ImportsExistingLogs) {
@@ -201,38 +149,28 @@ TEST_F(FleetRun, ImportsExistingLogs) {
     aged.setFileTime(QDateTime(QDate(2024, 2, 29), QTime(23, 59, 59), Qt::UTC),
                      QFileDevice::FileModificationTime);
     aged.close();
-    const FleetResult result = runFleet({"import", "--out", path("records"), "--prom", path("prom"),
-                                         path("logs/node03.farm.log"), path("logs/broken.log"),
-                                         path("logs/node04.log"), path("logs/missing.log")});
+    const FleetResult result =
+        runFleet({"import", "--out", path("records"), path("logs/node03.farm.log"),
+                  path("logs/broken.log"), path("logs/node04.log"), path("logs/missing.log")});
     // Two could not be read; the others are recorded all the same.
-    EXPECT_EQ(result.status, 5) << result.err.toStdString();
-    EXPECT_TRUE(result.err.contains("broken.log: corebench's output did not parse"))
-        << result.err.toStdString();
+    EXPECT_EQ(result.status, 5);
+    EXPECT_TRUE(result.err.contains("broken.log: corebench's output did not parse"));
     EXPECT_TRUE(result.err.contains("missing.log: cannot read")) << result.err.toStdString();
     // The run ended at the log's time and took Time_Exec (239 s).
-    const QStringList records = filesIn(path("records"), "*.json");
-    EXPECT_EQ(records, (QStringList{"node03-AllVerbose-20240229T235600Z.json", records.value(1)}));
-    EXPECT_TRUE(records.value(1).startsWith("node04-SingleSpeed-"))
-        << records.value(1).toStdString();
-    const QJsonObject record =
-        QJsonDocument::fromJson(readFile(path("records/") + records.value(0))).object();
-    EXPECT_EQ(record.value("source").toString(), QStringLiteral("import"));
-    EXPECT_TRUE(record.value("status").isNull());
-    EXPECT_TRUE(record.value("corebench_sha256").isNull());
-    EXPECT_EQ(record.value("duration_s").toDouble(), 239.0);
-    const QByteArray prom = readFile(path("prom/corebench.prom"));
-    EXPECT_TRUE(prom.contains("corebench_score_ps{test=\"AllVerbose\"} 5.475\n"));
-    EXPECT_TRUE(prom.contains("corebench_score_ps{test=\"SingleSpeed\"} 21.505\n"));
+    const QStringList records = filesIn(path("records"));
+    ASSERT_EQ(records.size(), 2);
+    EXPECT_EQ(records[0], QStringLiteral("node03-AllVerbose-20240229T235600Z.json"));
+    EXPECT_TRUE(records[1].startsWith("node04-SingleSpeed-")) << records[1].toStdString();
+    expectJsonHas(QJsonDocument::fromJson(readFile(path("records/") + records[0])).object(),
+                  R"({"source": "import", "status": null, "corebench_sha256": null,
+                      "duration_s": 239})");
 
     // --host and --test override what the name and the log say.
     const FleetResult named = runFleet({"import", "--host", "render-9", "--test", "single5",
                                         "--out", path("named"), path("logs/node04.log")});
-    EXPECT_EQ(named.status, 0) << named.err.toStdString();
+    EXPECT_EQ(named.status, 0);
     EXPECT_TRUE(named.err.contains("only its last run")) << named.err.toStdString();
-    const QJsonObject five = onlyRecord(path("named"));
-    EXPECT_EQ(five.value("host").toString(), QStringLiteral("render-9"));
-    EXPECT_EQ(five.value("test").toString(), QStringLiteral("Single5"));
-    EXPECT_TRUE(five.value("ps_result").isNull());
+    expectJsonHas(onlyRecord(path("named")), R"({"host": "render-9", "test": "Single5"})");
     EXPECT_EQ(runFleet({"import", "--test", "Quick", path("logs/node04.log")}).status, 2);
     EXPECT_EQ(runFleet({"import"}).status, 2);
 }
@@ -244,31 +182,23 @@ TEST(FleetRealCorebench, SingleSpeedRecordMatchesItsLog) {
     fleet.setStandardInputFile(QProcess::nullDevice());
     fleet.start(COREBENCH_FLEET, {"run", "--corebench", COREBENCH_BINARY, "--out", dir.path(), "--",
                                   "SingleSpeed", "exitCodeThreshold", "1"});
-    ASSERT_TRUE(fleet.waitForStarted(10000));
     // corebench's output is shown as it is printed: the summary comes before the test, which
     // sleeps 450 ms and polls every 500 ms whatever the machine's speed.
     QElapsedTimer clock;
     clock.start();
     QByteArray out;
-    qint64 summaryAt = -1;
-    while (fleet.state() != QProcess::NotRunning && clock.elapsed() < 300000) {
-        fleet.waitForReadyRead(100);
+    while (!out.contains("OperatingSystem: MAC\n") && fleet.waitForReadyRead(60000)) {
         out += fleet.readAllStandardOutput();
-        if (summaryAt < 0 && out.contains("OperatingSystem: MAC\n")) {
-            summaryAt = clock.elapsed();
-        }
     }
-    const bool finished = fleet.state() == QProcess::NotRunning || fleet.waitForFinished(1000);
-    const qint64 endedAt = clock.elapsed();
-    if (!finished) {
+    const qint64 summaryAt = clock.elapsed();
+    if (fleet.state() != QProcess::NotRunning && !fleet.waitForFinished(300000)) {
         fleet.kill();
         fleet.waitForFinished(5000);
+        FAIL() << "corebench-fleet did not finish in 300 s";
     }
-    ASSERT_TRUE(finished);
+    EXPECT_GE(clock.elapsed() - summaryAt, 500) << "the summary came only with the end of the run";
     out += fleet.readAllStandardOutput();
     ASSERT_EQ(fleet.exitCode(), 0) << fleet.readAllStandardError().toStdString();
-    ASSERT_GE(summaryAt, 0);
-    EXPECT_GE(endedAt - summaryAt, 500) << "the summary came only with the end of the run";
     const QJsonObject record = onlyRecord(dir.path());
     const QByteArray log = readFile(dir.filePath(filesIn(dir.path(), "*.log").value(0)));
     EXPECT_EQ(out, log);
@@ -276,14 +206,14 @@ TEST(FleetRealCorebench, SingleSpeedRecordMatchesItsLog) {
         QRegularExpression("\nPS_Result: (\\d+\\.\\d{3})\nReturning exit code (\\d+)\n")
             .match(QString::fromLatin1(log));
     ASSERT_TRUE(ps.hasMatch()) << log.toStdString();
-    EXPECT_EQ(record.value("ps_result").toDouble(), ps.captured(1).toDouble());
-    EXPECT_EQ(record.value("exit_value").toInt(), ps.captured(2).toInt());
-    EXPECT_EQ(record.value("status").toInt(), std::min(ps.captured(2).toInt(), 255));
-    EXPECT_EQ(record.value("threads").toInt(), 1);
-    EXPECT_EQ(record.value("corebench_sha256").toString(), sha256(COREBENCH_BINARY));
-    EXPECT_FALSE(record.value("cpu_model").toString().isEmpty());
-    EXPECT_GE(record.value("logical_cpus").toInt(), 1);
-    EXPECT_GT(record.value("duration_s").toDouble(), 0.9) << "corebench's sleeps alone take that";
+    EXPECT_EQ(record["ps_result"].toDouble(), ps.captured(1).toDouble());
+    EXPECT_EQ(record["exit_value"].toInt(), ps.captured(2).toInt());
+    EXPECT_EQ(record["status"].toInt(), std::min(ps.captured(2).toInt(), 255));
+    EXPECT_EQ(record["threads"].toInt(), 1);
+    EXPECT_EQ(record["corebench_sha256"].toString(), sha256(COREBENCH_BINARY));
+    EXPECT_FALSE(record["cpu_model"].toString().isEmpty());
+    EXPECT_GE(record["logical_cpus"].toInt(), 1);
+    EXPECT_GT(record["duration_s"].toDouble(), 0.9) << "corebench's sleeps alone take that";
 }
 
 }  // namespace

@@ -1,0 +1,65 @@
+#pragma once
+
+// Captured corebench output (see data/README.md), files, and the built corebench-fleet run as a
+// separate process with every wait bounded.
+
+#include <gtest/gtest.h>
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+
+inline QByteArray readFile(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+inline QByteArray capturedLog(const char* name) {
+    return readFile(QStringLiteral(FLEET_TEST_DATA "/") + QLatin1String(name));
+}
+
+// Each key of expected, a JSON object's text, holds the same value in actual (compared as JSON
+// text, so that a failure reads well and 6 equals 6.0).
+inline void expectJsonHas(const QJsonObject& actual, const char* expected) {
+    const auto text = [](const QJsonValue& value) {
+        return value.isUndefined()
+                   ? std::string("missing")
+                   : QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact).toStdString();
+    };
+    const QJsonObject want = QJsonDocument::fromJson(expected).object();
+    EXPECT_FALSE(want.isEmpty()) << expected;
+    for (auto it = want.begin(); it != want.end(); ++it) {
+        EXPECT_EQ(text(actual.value(it.key())), text(it.value())) << it.key().toStdString();
+    }
+}
+
+inline void writeFile(const QString& path, const QByteArray& bytes,
+                      QFile::Permissions permissions = QFile::ReadOwner | QFile::WriteOwner) {
+    QFile file(path);
+    if (file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+        file.write(bytes);
+        file.close();
+        file.setPermissions(permissions);
+    }
+}
+
+struct FleetResult {
+    QByteArray out;
+    QByteArray err;
+    int status;  // -1 when it did not finish normally in time
+};
+
+inline FleetResult runFleet(const QStringList& arguments, const QString& program = COREBENCH_FLEET,
+                            int timeoutMs = 120000) {
+    QProcess process;
+    process.setStandardInputFile(QProcess::nullDevice());
+    process.start(program, arguments);
+    const bool finished = process.waitForFinished(timeoutMs);
+    if (!finished) {
+        process.kill();  // and QProcess's destructor waits for it, bounded
+    }
+    return {process.readAllStandardOutput(), process.readAllStandardError(),
+            finished && process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1};
+}
