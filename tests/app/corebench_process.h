@@ -37,8 +37,7 @@ inline const std::vector<std::string>& corebenchLauncher() {
     return launcher;
 }
 
-// Starts corebench (after the prefix) with stdout and stderr as given (-1 leaves the test's own);
-// 0 when it could not be started.
+// Starts corebench after the prefix, stdout and stderr as given (-1: the test's own); 0 on failure.
 inline pid_t spawnCorebench(const std::vector<std::string>& arguments,
                             const std::vector<std::string>& prefix, int stdoutFd, int stderrFd) {
     std::vector<std::string> words = prefix;
@@ -64,8 +63,7 @@ inline pid_t spawnCorebench(const std::vector<std::string>& arguments,
     return spawned ? pid : 0;
 }
 
-// Waits at most timeoutMs for the child, then kills it. The raw wait status, or -1 when it had to
-// be killed.
+// The raw wait status, or -1 when the child had to be killed after timeoutMs.
 inline int waitAtMost(pid_t pid, int timeoutMs) {
     QElapsedTimer timer;
     timer.start();
@@ -102,9 +100,6 @@ inline ProcessResult runCorebench(const std::vector<std::string>& arguments,
     ProcessResult result;
     FILE* out = tmpfile();
     FILE* err = tmpfile();
-    if (out == nullptr || err == nullptr) {
-        return result;
-    }
     const pid_t pid =
         spawnCorebench(arguments, options.prefix,
                        options.stdoutFd >= 0 ? options.stdoutFd : fileno(out), fileno(err));
@@ -119,9 +114,8 @@ inline ProcessResult runCorebench(const std::vector<std::string>& arguments,
 }
 
 // The length of the opening time stamp and system summary (0 when the output does not start with
-// them); threads receives the NumberOfThreads figure.
+// them; product type and version are joined without a blank); threads gets NumberOfThreads.
 inline size_t summaryLength(const std::string& output, int* threads = nullptr) {
-    // Product type and version are joined without a blank ("debian12").
     static const QRegularExpression summary(
         "^\\d\\d:\\d\\d\\.\\d\\d\nSpecificOperSys: \\S+\nNumberOfThreads: ([1-9]\\d*)\n"
         "(RAM installed: \\d+\n)?OperatingSystem: MAC\n");

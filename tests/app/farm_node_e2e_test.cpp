@@ -1,6 +1,5 @@
-// corebench on nodes where things go wrong from outside: output that cannot be written, a run
-// killed by a job's time limit, a process limit that lets no worker thread start. Each run either
-// ends with one line on stderr and a status of its own, or keeps what it printed.
+// Faults from outside (unwritable output, a job's time limit, a thread limit): each run ends with
+// one line on stderr and a status of its own, or keeps what it printed.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
