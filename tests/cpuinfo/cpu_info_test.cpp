@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <string>
 
 #include "cpu_report.h"
 #include "os_query.h"
@@ -21,20 +22,22 @@ struct FakeOsQuery : OsQuery {
     int brandError = 0, countError = 0;
     mutable size_t brandSize = 0;
 
-    // errno as the error says; the answer only without one.
     template <typename T>
     static int answer(int error, T value, T* out) {
         errno = error;
-        *out = error == 0 ? value : *out;
+        if (error == 0) {
+            *out = value;
+        }
         return error == 0 ? 0 : -1;
     }
     int brandString(char* buffer, size_t size) const override {
         brandSize = size;
-        if (brandError == 0) {
-            snprintf(buffer, size, "%s", brand.c_str());
-        }
         errno = brandError;
-        return brandError == 0 ? 0 : -1;
+        if (brandError != 0) {
+            return -1;
+        }
+        snprintf(buffer, size, "%s", brand.c_str());
+        return 0;
     }
     int physicalCpus(int32_t* n, const char** fallback) const override {
         *fallback = nullptr;
