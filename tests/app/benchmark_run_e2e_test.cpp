@@ -4,11 +4,8 @@
 
 #include <gtest/gtest.h>
 
-#include <QRegularExpression>
 #include <cmath>
 #include <cstdint>
-#include <string>
-#include <vector>
 
 #include "corebench_process.h"
 

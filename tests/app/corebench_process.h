@@ -3,8 +3,6 @@
 // Runs the built corebench as a separate process, with exact argument bytes (no shell between).
 // Every wait is bounded: a run that outlasts its time is killed and reported as not exited.
 
-#include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -12,6 +10,9 @@
 
 #include <QElapsedTimer>
 #include <QRegularExpression>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -26,8 +27,6 @@ struct ProcessResult {
 
 struct RunOptions {
     int stdoutFd = -1;                // the child's standard output; -1 reads it into output
-    bool closeStdout = false;         // the child starts with standard output closed
-    bool ignoreSigpipe = false;       // the child starts with SIGPIPE ignored
     std::vector<std::string> prefix;  // a program (and its arguments) that runs corebench
     int timeoutMs = 300000;
 };
@@ -38,49 +37,33 @@ inline const std::vector<std::string>& corebenchLauncher() {
     return launcher;
 }
 
-// Starts corebench with stdout and stderr as given (-1 leaves the test's own); 0 when it could
-// not be started.
-inline pid_t spawnCorebench(const std::vector<std::string>& arguments, const RunOptions& options,
-                            int stdoutFd, int stderrFd) {
+// Starts corebench after the prefix, stdout and stderr as given (-1: the test's own); 0 on failure.
+inline pid_t spawnCorebench(const std::vector<std::string>& arguments,
+                            const std::vector<std::string>& prefix, int stdoutFd, int stderrFd) {
+    std::vector<std::string> words = prefix;
+    words.insert(words.end(), corebenchLauncher().begin(), corebenchLauncher().end());
+    words.push_back(COREBENCH_BINARY);
+    words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv;
-    for (const std::string& word : options.prefix) {
-        argv.push_back(const_cast<char*>(word.c_str()));
-    }
-    for (const std::string& word : corebenchLauncher()) {
-        argv.push_back(const_cast<char*>(word.c_str()));
-    }
-    argv.push_back(const_cast<char*>(COREBENCH_BINARY));
-    for (const std::string& argument : arguments) {
-        argv.push_back(const_cast<char*>(argument.c_str()));
+    for (std::string& word : words) {
+        argv.push_back(&word[0]);
     }
     argv.push_back(nullptr);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    if (options.closeStdout) {
-        posix_spawn_file_actions_addclose(&actions, STDOUT_FILENO);
-    } else if (stdoutFd >= 0) {
+    if (stdoutFd >= 0) {
         posix_spawn_file_actions_adddup2(&actions, stdoutFd, STDOUT_FILENO);
     }
     if (stderrFd >= 0) {
         posix_spawn_file_actions_adddup2(&actions, stderrFd, STDERR_FILENO);
     }
-    // An ignored signal stays ignored across exec; a caught or default one does not.
-    struct sigaction ignore = {}, previous = {};
-    ignore.sa_handler = SIG_IGN;
-    if (options.ignoreSigpipe) {
-        sigaction(SIGPIPE, &ignore, &previous);
-    }
     pid_t pid = 0;
     const bool spawned = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ) == 0;
-    if (options.ignoreSigpipe) {
-        sigaction(SIGPIPE, &previous, nullptr);
-    }
     posix_spawn_file_actions_destroy(&actions);
     return spawned ? pid : 0;
 }
 
-// Waits at most timeoutMs for the child, then kills it. The raw wait status, or -1 when it had to
-// be killed.
+// The raw wait status, or -1 when the child had to be killed after timeoutMs.
 inline int waitAtMost(pid_t pid, int timeoutMs) {
     QElapsedTimer timer;
     timer.start();
@@ -96,57 +79,43 @@ inline int waitAtMost(pid_t pid, int timeoutMs) {
     return status;
 }
 
+// Everything in the file; pread leaves the offset, which a child writing to it shares.
+inline std::string fileText(FILE* file) {
+    std::string text;
+    char buffer[65536];
+    for (ssize_t n; (n = pread(fileno(file), buffer, sizeof buffer, text.size())) > 0;) {
+        text.append(buffer, static_cast<size_t>(n));
+    }
+    return text;
+}
+
+inline std::string fileText(const std::string& path) {
+    std::ifstream in(path);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+// Output and errors go to temporary files, which never fill up and block the child as a pipe can.
 inline ProcessResult runCorebench(const std::vector<std::string>& arguments,
                                   const RunOptions& options = RunOptions()) {
     ProcessResult result;
-    int out[2], err[2];
-    if (pipe(out) != 0 || pipe(err) != 0) {
-        return result;
-    }
-    const pid_t pid = spawnCorebench(arguments, options,
-                                     options.stdoutFd >= 0 ? options.stdoutFd : out[1], err[1]);
-    close(out[1]);
-    close(err[1]);
-    QElapsedTimer timer;
-    timer.start();
-    pollfd fds[2] = {{out[0], POLLIN, 0}, {err[0], POLLIN, 0}};
-    std::string* texts[2] = {&result.output, &result.errors};
-    int open = pid != 0 ? 2 : 0;
-    while (open > 0 && timer.elapsed() < options.timeoutMs) {
-        if (poll(fds, 2, 100) <= 0) {
-            continue;
-        }
-        for (int i = 0; i < 2; ++i) {
-            if (fds[i].fd >= 0 && fds[i].revents != 0) {
-                char buffer[65536];
-                const ssize_t n = read(fds[i].fd, buffer, sizeof buffer);
-                if (n > 0) {
-                    texts[i]->append(buffer, static_cast<size_t>(n));
-                } else {
-                    fds[i].fd = -1;
-                    --open;
-                }
-            }
-        }
-    }
-    close(out[0]);
-    close(err[0]);
-    if (pid != 0) {
-        const int elapsed = static_cast<int>(timer.elapsed());
-        const int status =
-            waitAtMost(pid, elapsed < options.timeoutMs ? options.timeoutMs - elapsed : 0);
-        if (status != -1 && WIFEXITED(status)) {
-            result.exited = true;
-            result.status = WEXITSTATUS(status);
-        }
-    }
+    FILE* out = tmpfile();
+    FILE* err = tmpfile();
+    const pid_t pid =
+        spawnCorebench(arguments, options.prefix,
+                       options.stdoutFd >= 0 ? options.stdoutFd : fileno(out), fileno(err));
+    const int status = pid != 0 ? waitAtMost(pid, options.timeoutMs) : -1;
+    result.exited = status != -1 && WIFEXITED(status);
+    result.status = result.exited ? WEXITSTATUS(status) : -1;
+    result.output = fileText(out);
+    result.errors = fileText(err);
+    fclose(out);
+    fclose(err);
     return result;
 }
 
 // The length of the opening time stamp and system summary (0 when the output does not start with
-// them); threads receives the NumberOfThreads figure.
+// them; product type and version are joined without a blank); threads gets NumberOfThreads.
 inline size_t summaryLength(const std::string& output, int* threads = nullptr) {
-    // Product type and version are joined without a blank ("debian12").
     static const QRegularExpression summary(
         "^\\d\\d:\\d\\d\\.\\d\\d\nSpecificOperSys: \\S+\nNumberOfThreads: ([1-9]\\d*)\n"
         "(RAM installed: \\d+\n)?OperatingSystem: MAC\n");

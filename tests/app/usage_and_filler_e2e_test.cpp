@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <string>
-#include <vector>
 
 #include "corebench_process.h"
 
@@ -46,9 +44,7 @@ std::string usageRunFiller(const std::vector<std::string>& arguments) {
 }
 
 // The sizes of the three blocks, which add up differently for every choice of blocks.
-constexpr size_t kLoremIpsum = 4680;
-constexpr size_t kBlenderLog = 14808;
-constexpr size_t kHoudiniLog = 14005;
+constexpr size_t kLoremIpsum = 4680, kBlenderLog = 14808, kHoudiniLog = 14005;
 
 // FNV-1a: a wrong byte anywhere in a block changes it.
 uint64_t hashOf(const std::string& text) {
@@ -71,20 +67,17 @@ TEST(CorebenchFiller, BlocksComeOnceEachInTheirOrderAsRecorded) {
     EXPECT_EQ(hashOf(filler.substr(kLoremIpsum + kBlenderLog)), 0x770d18fc4fae9d54u);
 }
 
-struct FillerCase {
-    const char* what;
-    std::vector<std::string> arguments;
-    size_t fillerSize;
-};
-
 // Arguments are cut, never trusted: lengths, counts and bytes of any kind.
 TEST(CorebenchUsage, UnknownNamesPrintTheFillerAskedForThenTheUsage) {
     const std::string x90(90, 'x');
     std::vector<std::string> many = {"Nope"};
     many.resize(9999, "x");
     many.push_back("HoudiniLog");
-    const FillerCase cases[] = {
-        {"unknown name", {"Nope"}, 0},
+    const struct {
+        const char* what;
+        std::vector<std::string> arguments;
+        size_t fillerSize;
+    } cases[] = {
         {"prefix of a name", {"Singl"}, 0},
         {"trailing blank", {"Single5 "}, 0},
         {"threshold with an unknown name", {"Nope", "exitCodeThreshold", "1"}, 0},
@@ -102,7 +95,7 @@ TEST(CorebenchUsage, UnknownNamesPrintTheFillerAskedForThenTheUsage) {
         {"bytes >= 0x80", {"\xC3\x80LL", "\x80LoremIpsum\xFF", "\xE9"}, kLoremIpsum},
         {"10,000 arguments", many, kHoudiniLog},
     };
-    for (const FillerCase& c : cases) {
+    for (const auto& c : cases) {
         EXPECT_EQ(usageRunFiller(c.arguments).size(), c.fillerSize) << c.what;
     }
 }
