@@ -3,7 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <QDateTime>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QRegularExpression>
 #include <QStandardPaths>
 #include <QTemporaryDir>
@@ -64,12 +66,20 @@ TEST(NodeExporter, ScrapesTheCorebenchSeries) {
     }
     QTemporaryDir dir;
     const QString textfiles = dir.filePath("textfiles");
-    // Two tests into one file; the second of a CPU whose name needs escaping.
+    // Two tests into one file; the newer of a CPU whose name needs escaping. An import dates a
+    // run by its log's modification time, so the older log is made a day older.
+    const QString older = dir.filePath("node1.singlespeed.log");
+    writeFile(older, capturedLog("singlespeed-divider1.log"));
+    QFile olderFile(older);
+    ASSERT_TRUE(olderFile.open(QIODevice::ReadWrite));
+    ASSERT_TRUE(olderFile.setFileTime(QDateTime::currentDateTimeUtc().addDays(-1),
+                                      QFileDevice::FileModificationTime));
+    olderFile.close();
     QByteArray log = capturedLog("allverbose-divider0-houdini.log");
     log.replace("Intel(R) Xeon(R) Processor", "Xeon \"Gold\" 6338 \\ rev");
     writeFile(dir.filePath("node1.log"), log);
-    ASSERT_EQ(runFleet({"import", "--out", dir.filePath("out"), "--prom", textfiles,
-                        FLEET_TEST_DATA "/singlespeed-divider1.log", dir.filePath("node1.log")})
+    ASSERT_EQ(runFleet({"import", "--out", dir.filePath("out"), "--prom", textfiles, older,
+                        dir.filePath("node1.log")})
                   .status,
               0);
 
