@@ -1,43 +1,30 @@
 #include "test_names.h"
 
 #include "log_parser.h"
+#include "test_table.h"
 
 namespace {
-
-struct TestName {
-    const char* name;
-    int runs;
-};
-
-constexpr TestName kTests[] = {
-    {"All", 1},       {"AllVerbose", 1},       {"Single", 1},  {"SingleSpeed", 1},
-    {"Single10", 10}, {"Single10Verbose", 10}, {"Single5", 5}, {"Single5Verbose", 5},
-};
 
 // Passes in the quiet tests: 10 with the speed flag (SingleSpeed only), else 130.
 constexpr int kSpeedPasses = 10;
 
+// The test corebench would run for this word: the driver's own table and matching.
+const TestSpec* testNamed(const QString& name) {
+    FixedString<100> word;
+    word.assign(name.toLatin1().constData());
+    return findTest(word);
+}
+
 }  // namespace
 
 QString canonicalTestName(const QString& name) {
-    if (name.isEmpty()) {
-        return QStringLiteral("All");
-    }
-    for (const TestName& test : kTests) {
-        if (name.compare(QLatin1String(test.name), Qt::CaseInsensitive) == 0) {
-            return QLatin1String(test.name);
-        }
-    }
-    return QString();
+    const TestSpec* test = testNamed(name);
+    return test != nullptr ? QString::fromLatin1(test->name) : QString();
 }
 
 int runsOfTest(const QString& canonicalName) {
-    for (const TestName& test : kTests) {
-        if (canonicalName == QLatin1String(test.name)) {
-            return test.runs;
-        }
-    }
-    return 1;
+    const TestSpec* test = testNamed(canonicalName);
+    return test != nullptr ? test->runs : 1;
 }
 
 QString inferTestName(const ParsedLog& log) {
