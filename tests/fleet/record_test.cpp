@@ -48,12 +48,13 @@ TEST(Record, RepeatedTestsHoldTheMeanOfTheirRuns) {
     EXPECT_FALSE(quiet.psResult);
     EXPECT_TRUE(warning.contains(QLatin1String("only its last run"))) << warning.toStdString();
 
-    // The verbose form prints every run; the mean is the driver's, in single precision.
-    log.verboseRunPs = {5.1, 5.2, 5.3, 5.4, 5.25};
+    // The verbose form prints every run; the mean is the driver's, in single precision and run
+    // order: past 2^24 each 1 added is lost, where a double sum would give 3355444.
+    log.verboseRunPs = {16777216.0, 1.0, 1.0, 1.0, 1.0};
     const Record verbose = recordFromLog(log, importOrigin("Single5Verbose"), &warning);
     EXPECT_TRUE(warning.isEmpty());
     ASSERT_TRUE(verbose.psResult);
-    EXPECT_DOUBLE_EQ(*verbose.psResult, 5.25);
+    EXPECT_EQ(*verbose.psResult, 3355443.25);
     log.verboseRunPs = {5.1, 5.2};  // runs missing from the log
     EXPECT_FALSE(recordFromLog(log, importOrigin("Single5Verbose"), &warning).psResult);
 }
