@@ -3,19 +3,6 @@
 #include "leading_int.h"
 #include "truncate.h"
 
-float exitCodePs(const float* ps, int runs) {
-    if (runs <= 1) {
-        return ps[0];
-    }
-    // Float addition is not associative: the order and precision are what make the figure
-    // reproducible.
-    float sum = ps[0] + 0.0f;
-    for (int i = 1; i < runs; ++i) {
-        sum += ps[i];
-    }
-    return sum / static_cast<float>(runs);
-}
-
 int32_t dividerFrom(const char* word) {
     return leadingInt(word);
 }

@@ -11,10 +11,6 @@
 constexpr int kRunFailedStatus = 71;
 constexpr int kOutputFailedStatus = 74;
 
-// The PS handed back: a single run's own, or for several runs their mean, summed in run order in
-// single precision (the first plus 0.0f, then the others) and divided by the run count.
-float exitCodePs(const float* ps, int runs);
-
 // The divider word as atoi reads it (0 for an empty or non-numeric word), without atoi's undefined
 // behaviour on out-of-range text.
 int32_t dividerFrom(const char* word);

@@ -1,13 +1,19 @@
 #include "test_table.h"
 
+#include <iterator>
+
 namespace {
 
 // Searched in this order; the first equal name wins.
 constexpr TestSpec kTests[] = {
-    {"All", true, 1, false, false, false},       {"AllVerbose", true, 1, true, false, false},
-    {"Single", false, 1, false, false, true},    {"SingleSpeed", false, 1, false, true, true},
-    {"Single10", false, 10, false, false, true}, {"Single10Verbose", false, 10, true, false, true},
-    {"Single5", false, 5, false, false, true},   {"Single5Verbose", false, 5, true, false, true},
+    {"All", true, 1, false, kMeasuredPasses, false},
+    {"AllVerbose", true, 1, true, kMeasuredPasses, false},
+    {"Single", false, 1, false, kMeasuredPasses, true},
+    {"SingleSpeed", false, 1, false, kSpeedPasses, true},
+    {"Single10", false, 10, false, kMeasuredPasses, true},
+    {"Single10Verbose", false, 10, true, kMeasuredPasses, true},
+    {"Single5", false, 5, false, kMeasuredPasses, true},
+    {"Single5Verbose", false, 5, true, kMeasuredPasses, true},
 };
 
 }  // namespace
@@ -16,10 +22,27 @@ const TestSpec* findTest(const FixedString<100>& name) {
     if (name.isEmpty()) {
         return &kTests[0];
     }
-    for (const TestSpec& test : kTests) {
+    for (const TestSpec& test : allTests()) {
         if (name.equalsIgnoreCase(test.name)) {
             return &test;
         }
     }
     return nullptr;
+}
+
+TestRange allTests() {
+    return {std::begin(kTests), std::end(kTests)};
+}
+
+float meanOfRuns(const float* ps, int runs) {
+    if (runs <= 1) {
+        return ps[0];
+    }
+    // Float addition is not associative: the order and precision are what make the figure
+    // reproducible.
+    float sum = ps[0] + 0.0f;
+    for (int i = 1; i < runs; ++i) {
+        sum += ps[i];
+    }
+    return sum / static_cast<float>(runs);
 }

@@ -61,8 +61,8 @@ double rounded(double value, int decimals) {
     return std::round(value * scale) / scale;
 }
 
-}  // namespace
-
+// host,test,started_at,flagged,reason,ps_result,group_median,ratio,robust_z,min_thread_ps,
+// median_thread_ps,cv,records,logical_cpus,cpu_model,file
 QStringList compareColumns() {
     QStringList columns{QStringLiteral("host"), QStringLiteral("test"),
                         QStringLiteral("started_at"), QStringLiteral("flagged"),
@@ -74,6 +74,8 @@ QStringList compareColumns() {
             << QStringLiteral("cpu_model") << QStringLiteral("file");
     return columns;
 }
+
+}  // namespace
 
 QByteArray formatCompareTable(const std::vector<CompareRow>& rows) {
     std::vector<QStringList> lines{compareColumns()};

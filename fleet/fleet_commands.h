@@ -1,7 +1,7 @@
 #pragma once
 
-// The commands of corebench-fleet. Each takes its own arguments (the command name first) and
-// returns the process's exit status.
+// The commands of corebench-fleet, one file each. Each takes its own arguments (the command name
+// first) and returns the process's exit status.
 
 #include <QStringList>
 
@@ -19,12 +19,3 @@ enum FleetStatus {
 int runCommand(const QStringList& arguments);
 int importCommand(const QStringList& arguments);
 int compareCommand(const QStringList& arguments);
-
-// Messages of corebench-fleet itself go to standard error, standard output being corebench's
-// (run) or the comparison's (compare).
-void printMessage(const QString& message);
-
-// Writes the record's .prom file into promDir, merged with what is there; false with the message
-// printed on failure.
-struct Record;
-bool exportToProm(const Record& record, const QString& promDir);

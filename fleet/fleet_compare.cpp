@@ -17,6 +17,20 @@ constexpr size_t kMinNodesForZ = 3;
 using HostTest = std::pair<QString, QString>;
 using GroupKey = std::tuple<QString, int, QString>;
 
+// The mean of the middle two for an even count; values must not be empty.
+double median(std::vector<double> values) {
+    const size_t middle = values.size() / 2;
+    std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(middle),
+                     values.end());
+    const double upper = values[middle];
+    if (values.size() % 2 == 1) {
+        return upper;
+    }
+    const double lower =
+        *std::max_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(middle));
+    return (lower + upper) / 2.0;
+}
+
 GroupKey groupOf(const Record& record) {
     return {record.cpuModel.value_or(QString()), record.logicalCpus.value_or(-1), record.test};
 }
@@ -98,19 +112,6 @@ void judgeScore(const std::vector<double>& groupScores, const CompareOptions& op
 }
 
 }  // namespace
-
-double median(std::vector<double> values) {
-    const size_t middle = values.size() / 2;
-    std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(middle),
-                     values.end());
-    const double upper = values[middle];
-    if (values.size() % 2 == 1) {
-        return upper;
-    }
-    const double lower =
-        *std::max_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(middle));
-    return (lower + upper) / 2.0;
-}
 
 std::vector<CompareRow> compareRecords(const std::vector<LoadedRecord>& records,
                                        const CompareOptions& options) {

@@ -16,11 +16,6 @@ struct CompareOptions {
     double z = 3.5;       // a robust z below -z is slow (groups of 3 and more)
 };
 
-struct LoadedRecord {
-    Record record;
-    QString file;
-};
-
 struct CompareRow {
     QString host;
     QString test;
@@ -39,9 +34,6 @@ struct CompareRow {
     std::optional<QString> cpuModel;
     QString file;
 };
-
-// The median of values (the mean of the middle two for an even count); values must not be empty.
-double median(std::vector<double> values);
 
 // One row per (host, test), sorted by group, then score (slowest first, no score last), then host.
 std::vector<CompareRow> compareRecords(const std::vector<LoadedRecord>& records,

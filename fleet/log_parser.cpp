@@ -65,8 +65,8 @@ void readSummary(const QStringList& lines, ParsedLog& log) {
 }
 
 // Reads the report that starts at its "CPU Description:" line, and the errors block right
-// before it.
-void readReport(const QStringList& lines, int description, int end, ParsedLog& log) {
+// before it; false (with log.problem) when that block is not whole.
+bool readReport(const QStringList& lines, int description, int end, ParsedLog& log) {
     log.cpuDescription = lines[description].mid(21);
     for (int i = description + 1; i < end; ++i) {
         const QString& line = lines[i];
@@ -85,18 +85,25 @@ void readReport(const QStringList& lines, int description, int end, ParsedLog& l
         }
     }
     // "------", "ERRORS:", the error text, "------", a blank line, then the description.
-    if (description >= 2 && lines[description - 1].isEmpty() && lines[description - 2] == kRule) {
-        for (int i = description - 3; i >= 1 && i >= description - kMaxReportLines; --i) {
-            if (lines[i] == QLatin1String("ERRORS:") && lines[i - 1] == kRule) {
-                for (int j = i + 1; j < description - 2; ++j) {
-                    if (!lines[j].isEmpty()) {
-                        log.errors << lines[j];
-                    }
-                }
-                break;
+    log.problem = QStringLiteral("the CPU report's \"ERRORS:\" block is not whole");
+    if (description < 2 || !lines[description - 1].isEmpty() || lines[description - 2] != kRule) {
+        return false;
+    }
+    for (int i = description - 3; i >= 1 && i >= description - kMaxReportLines; --i) {
+        if (lines[i] == QLatin1String("ERRORS:")) {
+            if (lines[i - 1] != kRule) {
+                return false;
             }
+            for (int j = i + 1; j < description - 2; ++j) {
+                if (!lines[j].isEmpty()) {
+                    log.errors << lines[j];
+                }
+            }
+            log.problem.clear();
+            return true;
         }
     }
+    return false;
 }
 
 int findDescription(const QStringList& lines, int from, int to) {
@@ -199,10 +206,7 @@ bool readResultBlock(const QStringList& lines, int psLine, ParsedLog& log) {
     log.verbose = creating == first - 1;
     if (!log.verbose) {
         const int description = findDescription(lines, creating, first);
-        if (description >= 0) {
-            readReport(lines, description, first, log);
-        }
-        return true;
+        return description < 0 || readReport(lines, description, first, log);
     }
     // Verbose runs print each run's own "CPU PS Test..." and end it with "psTest: PS_Result:";
     // the result text follows the last run directly, and each run the one before it.
@@ -230,9 +234,7 @@ bool readResultBlock(const QStringList& lines, int psLine, ParsedLog& log) {
     }
     if (lastRunStart >= 0) {
         const int description = findDescription(lines, lastRunStart, creating - 1);
-        if (description >= 0) {
-            readReport(lines, description, creating - 1, log);
-        }
+        return description < 0 || readReport(lines, description, creating - 1, log);
     }
     return true;
 }
@@ -257,6 +259,13 @@ ParsedLog parseCorebenchLog(const QByteArray& output) {
         }
         ParsedLog candidate = log;
         if (!readClosing(lines, i, candidate)) {
+            // A result block that is not closed is the test's all the same: a look-alike block
+            // in the filler before it must not stand in for it. A lone result line is not one.
+            if (i >= 1 && lines[i - 1].startsWith(QLatin1String("=totalSpeed "))) {
+                log.problem = QStringLiteral(
+                    "the result is not followed by the \"Time_Exec\" and \"Core*Time\" lines");
+                return log;
+            }
             continue;
         }
         candidate.psResult = match.captured(1).toDouble();

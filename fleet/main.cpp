@@ -2,6 +2,7 @@
 #include <clocale>
 #include <cstdio>
 
+#include "command_options.h"
 #include "fleet_commands.h"
 
 namespace {

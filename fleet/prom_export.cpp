@@ -1,5 +1,6 @@
 #include "prom_export.h"
 
+#include <QLocale>
 #include <QRegularExpression>
 #include <QStringList>
 #include <algorithm>
@@ -29,6 +30,23 @@ struct Sample {
     int thread = -1;
     QString line;
 };
+
+// Backslash, double quote and line feed are escaped.
+QString escapeLabelValue(const QString& value) {
+    QString escaped;
+    for (const QChar c : value) {
+        if (c == QLatin1Char('\\')) {
+            escaped += QStringLiteral("\\\\");
+        } else if (c == QLatin1Char('"')) {
+            escaped += QStringLiteral("\\\"");
+        } else if (c == QLatin1Char('\n')) {
+            escaped += QStringLiteral("\\n");
+        } else {
+            escaped += c;
+        }
+    }
+    return escaped;
+}
 
 QString unescapeLabelValue(const QString& value) {
     QString result;
@@ -91,22 +109,6 @@ QString testLabel(const QString& test) {
 }
 
 }  // namespace
-
-QString escapeLabelValue(const QString& value) {
-    QString escaped;
-    for (const QChar c : value) {
-        if (c == QLatin1Char('\\')) {
-            escaped += QStringLiteral("\\\\");
-        } else if (c == QLatin1Char('"')) {
-            escaped += QStringLiteral("\\\"");
-        } else if (c == QLatin1Char('\n')) {
-            escaped += QStringLiteral("\\n");
-        } else {
-            escaped += c;
-        }
-    }
-    return escaped;
-}
 
 QByteArray promText(const Record& record, const QByteArray& existing) {
     std::vector<Sample> samples = keptSamples(existing, record.test);

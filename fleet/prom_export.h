@@ -7,9 +7,6 @@
 
 #include "record.h"
 
-// Escapes a label value: backslash, double quote and line feed.
-QString escapeLabelValue(const QString& value);
-
 // The whole file after record: the record's series replace those of its test, the series of other
 // tests in existing (the file as it was; may be empty or damaged) are kept, and corebench_info
 // describes the latest binary and CPU.

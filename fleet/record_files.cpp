@@ -7,6 +7,8 @@
 #include <QSet>
 #include <algorithm>
 
+#include "record_json.h"
+
 namespace {
 
 void loadFile(const QString& path, RecordLoad& load, QSet<QString>& seen) {

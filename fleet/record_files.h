@@ -7,7 +7,7 @@
 #include <QStringList>
 #include <vector>
 
-#include "fleet_compare.h"
+#include "record.h"
 
 // Writes the whole file or nothing (a temporary file renamed over it), readable by everyone, so
 // the node exporter, which runs as another user, can read it. False with error on failure.

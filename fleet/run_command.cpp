@@ -10,11 +10,15 @@
 #include <QSysInfo>
 #include <cstdio>
 
+#include "command_options.h"
 #include "fleet_commands.h"
 #include "log_parser.h"
+#include "prom_file.h"
 #include "pseudo_terminal.h"
-#include "record.h"
 #include "record_files.h"
+#include "record_from_log.h"
+#include "record_json.h"
+#include "record_names.h"
 #include "test_names.h"
 
 namespace {
@@ -61,14 +65,9 @@ int runCommand(const QStringList& arguments) {
                                  QStringLiteral("[-- args...]"));
     // Everything from corebench's first argument on is corebench's, options included.
     parser.setOptionsAfterPositionalArgumentsMode(QCommandLineParser::ParseAsPositionalArguments);
-    parser.addHelpOption();
-    if (!parser.parse(QStringList{QStringLiteral("corebench-fleet")} + arguments.mid(1))) {
-        printMessage(parser.errorText());
-        return kStatusUsage;
-    }
-    if (parser.isSet(QStringLiteral("help"))) {
-        fputs(qPrintable(parser.helpText()), stdout);
-        return kStatusOk;
+    int status = kStatusOk;
+    if (!parseOptions(parser, arguments, &status)) {
+        return status;
     }
     const QStringList corebenchArguments = parser.positionalArguments();
     const QString corebench =
@@ -200,7 +199,7 @@ int runCommand(const QStringList& arguments) {
     }
     printMessage(QStringLiteral("recorded %1").arg(recordPath));
     if (parser.isSet(QStringLiteral("prom")) &&
-        !exportToProm(record, parser.value(QStringLiteral("prom")))) {
+        !writePromFile(record, parser.value(QStringLiteral("prom")))) {
         return kStatusUnwritable;
     }
     return kStatusOk;

@@ -1,18 +1,29 @@
 #include "test_names.h"
 
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
 #include "log_parser.h"
 #include "test_table.h"
 
 namespace {
-
-// Passes in the quiet tests: 10 with the speed flag (SingleSpeed only), else 130.
-constexpr int kSpeedPasses = 10;
 
 // The test corebench would run for this word: the driver's own table and matching.
 const TestSpec* testNamed(const QString& name) {
     FixedString<100> word;
     word.assign(name.toLatin1().constData());
     return findTest(word);
+}
+
+// How many runs the log's test made, judged by its duration: one run takes its measured time, a
+// third more for the warm-up, and about 0.7 s of sleeps and polling; Time_Exec covers every run.
+double runsByDuration(const ParsedLog& log) {
+    if (!log.timeExecS || log.threadMs.isEmpty() || log.threadMs.first() <= 0) {
+        return 1.0;
+    }
+    const double oneRunMs = static_cast<double>(log.threadMs.first()) * 4.0 / 3.0 + 700.0;
+    return static_cast<double>(*log.timeExecS) * 1000.0 / oneRunMs;
 }
 
 }  // namespace
@@ -27,33 +38,32 @@ int runsOfTest(const QString& canonicalName) {
     return test != nullptr ? test->runs : 1;
 }
 
+double meanOfRunScores(const QVector<double>& ps) {
+    const std::vector<float> scores(ps.begin(), ps.end());
+    return static_cast<double>(meanOfRuns(scores.data(), static_cast<int>(scores.size())));
+}
+
 QString inferTestName(const ParsedLog& log) {
-    if (!log.threadPasses.isEmpty() && log.threadPasses.first() == kSpeedPasses) {
-        return QStringLiteral("SingleSpeed");
-    }
-    if (log.verbose) {
-        // There is no one-run verbose single-core test.
-        const int runs = log.verboseRunPs.size();
-        return runs >= 10  ? QStringLiteral("Single10Verbose")
-               : runs >= 5 ? QStringLiteral("Single5Verbose")
-                           : QStringLiteral("AllVerbose");
-    }
+    // What the log shows of how the test ran: its passes, whether it is verbose, how many
+    // workers it had and how many runs it made (verbose runs each print their score).
+    const int passes = log.threadPasses.isEmpty() ? kMeasuredPasses : log.threadPasses.first();
+    const double runs = log.verbose ? static_cast<double>(std::max(1, log.verboseRunPs.size()))
+                                    : runsByDuration(log);
+    // On one logical CPU the single-core run prints what the all-cores run prints.
     const int cpus = log.logicalCpus.value_or(log.summaryThreads.value_or(1));
-    if (log.threadPs.size() > 1 || cpus <= 1) {
-        // On one logical CPU the quiet single-core run prints what All prints; All is the default.
-        return QStringLiteral("All");
-    }
-    // One run takes its measured time, a third more for the warm-up, and about 0.7 s of sleeps
-    // and polling; the driver's Time_Exec covers every run.
-    if (log.timeExecS && !log.threadMs.isEmpty() && log.threadMs.first() > 0) {
-        const double oneRunMs = static_cast<double>(log.threadMs.first()) * 4.0 / 3.0 + 700.0;
-        const double runs = static_cast<double>(*log.timeExecS) * 1000.0 / oneRunMs;
-        if (runs >= 7.5) {
-            return QStringLiteral("Single10");
+    const bool allCoresOnly = log.threadPs.size() > 1;
+    const bool singleCoreOnly = !allCoresOnly && cpus > 1;
+    // The first of the table's tests that ran like that, with the nearest number of runs: All
+    // comes first, so it wins where nothing tells the tests apart, as corebench's default.
+    const TestSpec* best = nullptr;
+    for (const TestSpec& test : allTests()) {
+        if (test.verbose != log.verbose || test.passes != passes ||
+            (allCoresOnly && !test.allCores) || (singleCoreOnly && test.allCores)) {
+            continue;
         }
-        if (runs >= 2.5) {
-            return QStringLiteral("Single5");
+        if (best == nullptr || std::abs(test.runs - runs) < std::abs(best->runs - runs)) {
+            best = &test;
         }
     }
-    return QStringLiteral("Single");
+    return best != nullptr ? QString::fromLatin1(best->name) : QStringLiteral("All");
 }

@@ -1,9 +1,10 @@
 #pragma once
 
-// corebench's test names, as its command line knows them.
+// corebench's tests as the driver's own table describes them: names, runs and how the scores of
+// repeated runs make one.
 
 #include <QString>
-#include <QStringList>
+#include <QVector>
 
 struct ParsedLog;
 
@@ -13,6 +14,9 @@ QString canonicalTestName(const QString& name);
 
 // How many times the test runs (5 or 10 for the repeated tests, else 1); 1 for unknown names.
 int runsOfTest(const QString& canonicalName);
+
+// The score corebench hands back for these runs' scores: the driver's own mean.
+double meanOfRunScores(const QVector<double>& ps);
 
 // The test that most likely printed a log whose command line is not known (imports). The quiet
 // Single, Single5 and Single10 print the same lines and differ only in their duration.

@@ -36,7 +36,7 @@ TEST(TestTable, NamesMatchIgnoringCaseAtEqualLength) {
                                      (t->allCores         ? " all"
                                       : t->scaleOneWorker ? " single"
                                                           : " per-cpu") +
-                                     (!t->allCores && t->speed ? " speed" : "") +
+                                     (!t->allCores && t->passes == kSpeedPasses ? " speed" : "") +
                                      (t->verbose ? " verbose" : ""),
                   c.test)
             << c.argument;
@@ -80,11 +80,11 @@ TEST(ExitCode, MeanAddsInRunOrderInSinglePrecision) {
     // Floats are 8 apart near 1e8: added one at a time after 1e8 each 2 is lost, while a double
     // accumulator or another order would keep their sum of 8 and give 20000002.
     const float runOrder[] = {1.0e8f, 2.0f, 2.0f, 2.0f, 2.0f};
-    EXPECT_EQ(exitCodePs(runOrder, 5), 20000000.0f);
+    EXPECT_EQ(meanOfRuns(runOrder, 5), 20000000.0f);
     const float ten[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
-    EXPECT_EQ(exitCodePs(ten, 10), 5.5f);
+    EXPECT_EQ(meanOfRuns(ten, 10), 5.5f);
     const float one[] = {300.7f, 999.0f};
-    EXPECT_EQ(exitCodePs(one, 1), 300.7f);
+    EXPECT_EQ(meanOfRuns(one, 1), 300.7f);
 }
 
 TEST(Driver, CoreTimeIsA32BitProductThatWraps) {

@@ -1,12 +1,10 @@
-#include "record.h"
+#include "record_json.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QJsonObject>
 #include <QJsonValue>
 #include <cmath>
-
-#include "log_parser.h"
-#include "test_names.h"
 
 namespace {
 
@@ -24,20 +22,6 @@ const char* const kKeys[] = {
     "source",
 };
 
-double roundTo3(double value) {
-    return std::round(value * 1000.0) / 1000.0;
-}
-
-// The driver's own mean, in single precision and run order, to the three decimals corebench
-// prints scores with.
-double meanOfRuns(const QVector<double>& ps) {
-    float sum = static_cast<float>(ps[0]) + 0.0f;
-    for (int i = 1; i < ps.size(); ++i) {
-        sum += static_cast<float>(ps[i]);
-    }
-    return roundTo3(static_cast<double>(sum / static_cast<float>(ps.size())));
-}
-
 template <typename T>
 QJsonValue orNull(const std::optional<T>& value) {
     return value ? QJsonValue(*value) : QJsonValue(QJsonValue::Null);
@@ -46,18 +30,6 @@ QJsonValue orNull(const std::optional<T>& value) {
 QJsonValue orNull(const std::optional<qint64>& value) {
     // JSON numbers are doubles here; every value a record holds is far inside 2^53.
     return value ? QJsonValue(static_cast<double>(*value)) : QJsonValue(QJsonValue::Null);
-}
-
-QString sanitized(const QString& text) {
-    QString result;
-    for (const QChar c : text) {
-        const bool plain = (c >= QLatin1Char('a') && c <= QLatin1Char('z')) ||
-                           (c >= QLatin1Char('A') && c <= QLatin1Char('Z')) ||
-                           (c >= QLatin1Char('0') && c <= QLatin1Char('9')) ||
-                           c == QLatin1Char('_') || c == QLatin1Char('-') || c == QLatin1Char('.');
-        result += plain ? c : QLatin1Char('_');
-    }
-    return result.isEmpty() ? QStringLiteral("unknown") : result;
 }
 
 // Field readers: each returns false and sets error when the value has the wrong type.
@@ -157,44 +129,6 @@ class Reader {
     QString* error_;
 };
 
-}  // namespace
-
-Record recordFromLog(const ParsedLog& log, const RecordOrigin& origin, QString* warning) {
-    Record record;
-    record.host = origin.host;
-    record.test = origin.test;
-    record.startedAt = origin.startedAt.toUTC();
-    record.durationS = origin.durationS;
-    record.status = origin.status;
-    record.corebenchSha256 = origin.corebenchSha256;
-    record.source = origin.source;
-    record.threadPs = log.threadPs;
-    record.exitValue = log.exitValue;
-    record.cpuModel = log.cpuDescription;
-    record.logicalCpus = log.logicalCpus;
-    record.physicalCpus = log.physicalCpus;
-    record.hyperthreading = log.hyperthreading;
-    record.mhzCurrent = log.mhzCurrent;
-    record.mhzMax = log.mhzMax;
-    record.ramGib = log.ramGib;
-    record.os = log.os;
-    record.errors = log.errors;
-    warning->clear();
-    const int runs = runsOfTest(origin.test);
-    if (runs == 1) {
-        record.psResult = log.psResult;
-    } else if (log.verboseRunPs.size() == runs) {
-        record.psResult = meanOfRuns(log.verboseRunPs);
-    } else {
-        *warning = QStringLiteral(
-                       "%1 prints only its last run's score, not the mean of its %2 runs: the "
-                       "record's ps_result is null (the verbose form prints every run)")
-                       .arg(origin.test)
-                       .arg(runs);
-    }
-    return record;
-}
-
 QJsonObject recordToJson(const Record& record) {
     QJsonArray threadPs;
     for (const double ps : record.threadPs) {
@@ -224,6 +158,8 @@ QJsonObject recordToJson(const Record& record) {
     object.insert(QStringLiteral("source"), record.source);
     return object;
 }
+
+}  // namespace
 
 QByteArray recordToBytes(const Record& record) {
     return QJsonDocument(recordToJson(record)).toJson(QJsonDocument::Indented);
@@ -291,14 +227,4 @@ std::optional<Record> recordFromJson(const QByteArray& bytes, QString* error) {
         return std::nullopt;
     }
     return record;
-}
-
-QString recordBaseName(const QString& host, const QString& test, const QDateTime& startedAt) {
-    return sanitized(host) + QLatin1Char('-') + sanitized(test) + QLatin1Char('-') +
-           startedAt.toUTC().toString(QStringLiteral("yyyyMMdd'T'HHmmss'Z'"));
-}
-
-QString shortHostName(const QString& name) {
-    const int dot = name.indexOf(QLatin1Char('.'));
-    return dot < 0 ? name : name.left(dot);
 }

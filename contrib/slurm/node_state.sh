@@ -1,0 +1,13 @@
+# shellcheck shell=bash disable=SC2034 # the variables are for the scripts that source this
+# Sourced by the Slurm recipes: how a node stands, as scontrol shows it.
+
+# read_node NODE: sets node_info to scontrol's description of the node, node_state to its State
+# (e.g. IDLE+DRAIN) and node_reason to its Reason without the "[user@time]" Slurm appends.
+# Returns scontrol's status; on failure node_info holds scontrol's message.
+read_node() {
+  node_info=$(scontrol show node "$1" 2>&1) || return
+  node_state=$(printf '%s\n' "$node_info" |
+    awk '{ for (i = 1; i <= NF; i++) if ($i ~ /^State=/) { print substr($i, 7); exit } }')
+  node_reason=$(printf '%s\n' "$node_info" |
+    sed -n 's/^[[:space:]]*Reason=\(.*\) \[[^]]*\]$/\1/p' | head -n 1)
+}

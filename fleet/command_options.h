@@ -1,0 +1,17 @@
+#pragma once
+
+// What every command of corebench-fleet shares: its messages and the reading of its options.
+
+#include <QString>
+#include <QStringList>
+
+class QCommandLineParser;
+
+// Messages of corebench-fleet itself go to standard error, standard output being corebench's
+// (run) or the comparison's (compare).
+void printMessage(const QString& message);
+
+// Parses a command's arguments (the command name first) with --help added. False when the
+// command is to stop at once: with status kStatusUsage after printing the error, or kStatusOk
+// after printing the help.
+bool parseOptions(QCommandLineParser& parser, const QStringList& arguments, int* status);

@@ -1,0 +1,82 @@
+#include <QCommandLineParser>
+#include <algorithm>
+#include <cstdio>
+
+#include "command_options.h"
+#include "compare_format.h"
+#include "fleet_commands.h"
+#include "fleet_compare.h"
+#include "record_files.h"
+
+namespace {
+
+bool positiveNumber(const QString& text, double* value) {
+    bool ok = false;
+    *value = text.toDouble(&ok);
+    return ok && *value > 0.0;
+}
+
+}  // namespace
+
+int compareCommand(const QStringList& arguments) {
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        QStringLiteral("Compares records and flags slow nodes. Exit status 0: none flagged; "
+                       "1: a node flagged; 2: bad input."));
+    parser.addOptions({
+        {QStringLiteral("format"), QStringLiteral("table (default), csv or json."),
+         QStringLiteral("FORMAT"), QStringLiteral("table")},
+        {QStringLiteral("floor"),
+         QStringLiteral("Flag a score below this share of the group median."),
+         QStringLiteral("RATIO"), QStringLiteral("0.90")},
+        {QStringLiteral("z"), QStringLiteral("Flag a robust z below minus this."),
+         QStringLiteral("Z"), QStringLiteral("3.5")},
+    });
+    parser.addPositionalArgument(QStringLiteral("PATH"),
+                                 QStringLiteral("Records, or folders of them."),
+                                 QStringLiteral("PATH..."));
+    int status = kStatusOk;
+    if (!parseOptions(parser, arguments, &status)) {
+        return status;
+    }
+    CompareOptions options;
+    const QString format = parser.value(QStringLiteral("format"));
+    if (format != QLatin1String("table") && format != QLatin1String("csv") &&
+        format != QLatin1String("json")) {
+        printMessage(QStringLiteral("--format must be table, csv or json, not \"%1\"").arg(format));
+        return kStatusUsage;
+    }
+    if (!positiveNumber(parser.value(QStringLiteral("floor")), &options.floor)) {
+        printMessage(QStringLiteral("--floor must be a positive number"));
+        return kStatusUsage;
+    }
+    if (!positiveNumber(parser.value(QStringLiteral("z")), &options.z)) {
+        printMessage(QStringLiteral("--z must be a positive number"));
+        return kStatusUsage;
+    }
+    if (parser.positionalArguments().isEmpty()) {
+        printMessage(QStringLiteral("compare needs at least one PATH"));
+        return kStatusUsage;
+    }
+    const RecordLoad load = loadRecords(parser.positionalArguments());
+    for (const QString& problem : load.problems) {
+        printMessage(problem);
+    }
+    if (load.records.empty() && load.problems.isEmpty()) {
+        printMessage(QStringLiteral("no records found in %1")
+                         .arg(parser.positionalArguments().join(QLatin1Char(' '))));
+        return kStatusUsage;
+    }
+    const std::vector<CompareRow> rows = compareRecords(load.records, options);
+    const QByteArray text = format == QLatin1String("csv")    ? formatCompareCsv(rows)
+                            : format == QLatin1String("json") ? formatCompareJson(rows)
+                                                              : formatCompareTable(rows);
+    fwrite(text.constData(), 1, static_cast<size_t>(text.size()), stdout);
+    fflush(stdout);
+    if (!load.problems.isEmpty()) {
+        return kStatusUsage;
+    }
+    const bool flagged =
+        std::any_of(rows.begin(), rows.end(), [](const CompareRow& row) { return row.flagged; });
+    return flagged ? kStatusFlagged : kStatusOk;
+}

@@ -1,0 +1,113 @@
+#include <QCommandLineParser>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <algorithm>
+#include <vector>
+
+#include "command_options.h"
+#include "fleet_commands.h"
+#include "log_parser.h"
+#include "prom_file.h"
+#include "record_files.h"
+#include "record_from_log.h"
+#include "record_json.h"
+#include "record_names.h"
+#include "test_names.h"
+
+int importCommand(const QStringList& arguments) {
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral("Makes records of existing corebench logs."));
+    parser.addOptions({
+        {QStringLiteral("host"),
+         QStringLiteral("Host name (default: the log's name up to its first dot)."),
+         QStringLiteral("NAME")},
+        {QStringLiteral("test"),
+         QStringLiteral("Test that printed the logs (default: read from the log)."),
+         QStringLiteral("NAME")},
+        {QStringLiteral("out"), QStringLiteral("Folder of the records (default: current folder)."),
+         QStringLiteral("DIR"), QStringLiteral(".")},
+        {QStringLiteral("prom"), QStringLiteral("Also write corebench.prom into this folder."),
+         QStringLiteral("DIR")},
+    });
+    parser.addPositionalArgument(QStringLiteral("LOG"), QStringLiteral("corebench logs."),
+                                 QStringLiteral("LOG..."));
+    int status = kStatusOk;
+    if (!parseOptions(parser, arguments, &status)) {
+        return status;
+    }
+    const QStringList logs = parser.positionalArguments();
+    QString test;
+    if (parser.isSet(QStringLiteral("test"))) {
+        test = canonicalTestName(parser.value(QStringLiteral("test")));
+        if (test.isEmpty()) {
+            printMessage(
+                QStringLiteral("unknown test \"%1\"").arg(parser.value(QStringLiteral("test"))));
+            return kStatusUsage;
+        }
+    }
+    if (logs.isEmpty()) {
+        printMessage(QStringLiteral("import needs at least one LOG"));
+        return kStatusUsage;
+    }
+    const QString out = parser.value(QStringLiteral("out"));
+    if (!QDir().mkpath(out)) {
+        printMessage(QStringLiteral("cannot create the folder %1").arg(out));
+        return kStatusUnwritable;
+    }
+    std::vector<Record> imported;
+    for (const QString& path : logs) {
+        QFile file(path);
+        if (!file.open(QIODevice::ReadOnly)) {
+            printMessage(QStringLiteral("%1: cannot read: %2").arg(path, file.errorString()));
+            status = std::max<int>(status, kStatusUnparsed);
+            continue;
+        }
+        const ParsedLog log = parseCorebenchLog(file.readAll());
+        if (!log.ok) {
+            printMessage(
+                QStringLiteral("%1: corebench's output did not parse: %2").arg(path, log.problem));
+            status = std::max<int>(status, kStatusUnparsed);
+            continue;
+        }
+        const QFileInfo info(path);
+        RecordOrigin origin;
+        origin.host = parser.isSet(QStringLiteral("host")) ? parser.value(QStringLiteral("host"))
+                                                           : shortHostName(info.fileName());
+        origin.test = test.isEmpty() ? inferTestName(log) : test;
+        // A log says when it ended (its time stamps are local clock times without a date); the
+        // run started the test's duration before.
+        origin.durationS = log.timeExecS
+                               ? std::optional<double>(static_cast<double>(*log.timeExecS))
+                               : std::nullopt;
+        origin.startedAt = info.lastModified().toUTC().addSecs(-log.timeExecS.value_or(0));
+        origin.source = QStringLiteral("import");
+        QString warning;
+        const Record record = recordFromLog(log, origin, &warning);
+        if (!warning.isEmpty()) {
+            printMessage(QStringLiteral("%1: %2").arg(path, warning));
+        }
+        const QString target = QDir(out).filePath(
+            recordBaseName(record.host, record.test, record.startedAt) + QStringLiteral(".json"));
+        QString error;
+        if (!writeFileAtomically(target, recordToBytes(record), &error)) {
+            printMessage(error);
+            status = std::max<int>(status, kStatusUnwritable);
+            continue;
+        }
+        printMessage(QStringLiteral("%1: recorded %2").arg(path, target));
+        imported.push_back(record);
+    }
+    if (parser.isSet(QStringLiteral("prom"))) {
+        // The newest record of a test is the one its series show.
+        std::stable_sort(imported.begin(), imported.end(), [](const Record& a, const Record& b) {
+            return a.startedAt < b.startedAt;
+        });
+        for (const Record& record : imported) {
+            if (!writePromFile(record, parser.value(QStringLiteral("prom")))) {
+                return kStatusUnwritable;
+            }
+        }
+    }
+    return status;
+}
