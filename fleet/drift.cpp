@@ -81,6 +81,9 @@ double tTestPValue(const double* a, int countA, const double* b, int countB) {
     const double degrees = countA + countB - 2;
     const double pooled =
         (squaredDeviations(a, countA, meanA) + squaredDeviations(b, countB, meanB)) / degrees;
+    if (!std::isfinite(pooled)) {
+        return 1;
+    }
     if (!(pooled > 0)) {
         // No spread at all: the sides differ for certain, or not at all.
         return meanA == meanB ? 1 : 0;
@@ -199,6 +202,11 @@ bool sameConfiguration(const DriftSegment& segment, const DriftRun& run) {
 
 std::vector<ChangePoint> findChangePoints(const std::vector<double>& scores,
                                           const DriftOptions& options) {
+    for (double score : scores) {
+        if (!(std::isfinite(score) && score > 0)) {
+            return {};
+        }
+    }
     const int n = static_cast<int>(scores.size());
     const int window = std::max(options.window, 2 * kMinSplitSide);
     std::vector<int> candidates;

@@ -52,13 +52,16 @@ struct DriftSegment {
     std::vector<ChangePoint> changePoints;   // oldest first; index and at within the segment
 };
 
-// The change points of one series of scores in time order, oldest first.
+// The change points of one series of scores in time order, oldest first; none when a score is not
+// a finite positive number.
 std::vector<ChangePoint> findChangePoints(const std::vector<double>& scores,
                                           const DriftOptions& options = {});
 
 // Orders the runs by start (runs that started together keep their order) and returns the
 // segments, oldest first, each with its change points. A segment ends where the CPU model or the
-// logical CPU count changes, or where the corebench build changes between runs that both know it.
+// logical CPU count changes, or where the corebench build differs from the last one known in the
+// segment (a run that knows none matches any, so an import between two runs of one build or of
+// two builds neither joins nor hides the change).
 std::vector<DriftSegment> driftSegments(std::vector<DriftRun> runs,
                                         const DriftOptions& options = {});
 
