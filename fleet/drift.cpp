@@ -1,0 +1,295 @@
+#include "drift.h"
+
+#include <algorithm>
+#include <boost/math/distributions/students_t.hpp>
+#include <cmath>
+#include <iterator>
+
+// The method is E-Divisive means with a Student's t-test in place of its permutation test, in
+// sliding windows, in two passes:
+//
+// 1. Candidates. The series is looked at in windows of `window` runs, half a window apart, the
+//    last one ending at the newest run. In each window the split that maximises the energy
+//    divergence between the runs before and after it (the q-hat statistic of E-Divisive with
+//    alpha = 1) is a candidate when a t-test between the two sides gives p <= maxPValue, and each
+//    side is split again the same way until a split fails.
+// 2. Pruning. Every candidate is tested against its neighbours: the runs back to the previous
+//    candidate and up to the next one (each side at most half a window, the runs nearest the
+//    candidate), with all the thresholds: p <= maxPValue, a change of the medians of at least
+//    minChange, at least minRuns runs on each side. While any candidate fails, the weakest one
+//    (the highest p-value) is dropped and its neighbours are tested again over the longer stretch
+//    it leaves them. This also merges the candidates that overlapping windows found.
+//
+// The windows keep the cost at O(n * window) per series and keep an old, long series from
+// smoothing over a recent change; a change with fewer than minRuns runs after it is a candidate at
+// most, and waits for more runs.
+
+namespace {
+
+namespace policies = boost::math::policies;
+// No Boost.Math function may throw or set errno: out-of-range arguments give a value the callers
+// check (a p-value that is not finite counts as 1).
+using QuietPolicy = policies::policy<policies::domain_error<policies::ignore_error>,
+                                     policies::pole_error<policies::ignore_error>,
+                                     policies::overflow_error<policies::ignore_error>,
+                                     policies::underflow_error<policies::ignore_error>,
+                                     policies::denorm_error<policies::ignore_error>,
+                                     policies::evaluation_error<policies::ignore_error>,
+                                     policies::rounding_error<policies::ignore_error>,
+                                     policies::indeterminate_result_error<policies::ignore_error>>;
+
+// A split needs two runs on each side for E-Divisive's within-side distances. Pruning asks for
+// minRuns; a candidate with fewer runs after it is dropped until more runs come, so a noiseless
+// step is found at its real place once enough runs follow it (instead of one run early, with a
+// run of the old level counted after it).
+constexpr int kMinSplitSide = 2;
+
+double medianOf(const double* first, int count) {
+    std::vector<double> values(first, first + count);
+    const auto middle = values.begin() + count / 2;
+    std::nth_element(values.begin(), middle, values.end());
+    if (count % 2 == 1) {
+        return *middle;
+    }
+    return (*std::max_element(values.begin(), middle) + *middle) / 2;
+}
+
+double meanOf(const double* first, int count) {
+    double sum = 0;
+    for (int i = 0; i < count; ++i) {
+        sum += first[i];
+    }
+    return sum / count;
+}
+
+double squaredDeviations(const double* first, int count, double mean) {
+    double sum = 0;
+    for (int i = 0; i < count; ++i) {
+        sum += (first[i] - mean) * (first[i] - mean);
+    }
+    return sum;
+}
+
+// Two-sided p-value of Student's t-test (pooled variance) that a and b have the same mean; 1 when
+// it cannot be computed.
+double tTestPValue(const double* a, int countA, const double* b, int countB) {
+    if (countA < 1 || countB < 1 || countA + countB < 3) {
+        return 1;
+    }
+    const double meanA = meanOf(a, countA);
+    const double meanB = meanOf(b, countB);
+    const double degrees = countA + countB - 2;
+    const double pooled =
+        (squaredDeviations(a, countA, meanA) + squaredDeviations(b, countB, meanB)) / degrees;
+    if (!std::isfinite(pooled)) {
+        return 1;
+    }
+    if (!(pooled > 0)) {
+        // No spread at all: the sides differ for certain, or not at all.
+        return meanA == meanB ? 1 : 0;
+    }
+    const double t = std::fabs(meanA - meanB) / std::sqrt(pooled * (1.0 / countA + 1.0 / countB));
+    if (!std::isfinite(t)) {
+        return std::isnan(t) ? 1 : 0;
+    }
+    const boost::math::students_t_distribution<double, QuietPolicy> student(degrees);
+    const double p = 2 * boost::math::cdf(boost::math::complement(student, t));
+    return std::isfinite(p) ? std::clamp(p, 0.0, 1.0) : 1;
+}
+
+// The split of x[lo, hi) with the largest E-Divisive q-hat, each side at least kMinSplitSide long;
+// -1 when the range is too short. With X the m runs before a split and Y the n after it,
+//   q = m n / (m + n) * (2 mean|X - Y| - mean|X - X'| - mean|Y - Y'|),
+// the means over all pairs across and within the sides. The pairwise sums are updated as the
+// split moves one run to the right, so a range of n runs costs O(n^2).
+int bestSplit(const std::vector<double>& x, int lo, int hi) {
+    if (hi - lo < 2 * kMinSplitSide) {
+        return -1;
+    }
+    const int first = lo + kMinSplitSide;
+    double withinBefore = 0;  // sum of |x_i - x_j| over pairs in [lo, split)
+    double withinAfter = 0;   // over pairs in [split, hi)
+    double across = 0;        // over pairs with one run on each side
+    for (int i = lo; i < hi; ++i) {
+        for (int j = i + 1; j < hi; ++j) {
+            const double d = std::fabs(x[i] - x[j]);
+            if (j < first) {
+                withinBefore += d;
+            } else if (i >= first) {
+                withinAfter += d;
+            } else {
+                across += d;
+            }
+        }
+    }
+    int best = -1;
+    double bestQ = 0;
+    for (int split = first; split <= hi - kMinSplitSide; ++split) {
+        const double m = split - lo;
+        const double n = hi - split;
+        const double q = m * n / (m + n) *
+                         (2 * across / (m * n) - withinBefore / (m * (m - 1) / 2) -
+                          withinAfter / (n * (n - 1) / 2));
+        if (best < 0 || q > bestQ) {
+            best = split;
+            bestQ = q;
+        }
+        if (split == hi - kMinSplitSide) {
+            break;
+        }
+        // Move x[split] from the runs after to the runs before.
+        double toBefore = 0;
+        double toAfter = 0;
+        for (int i = lo; i < split; ++i) {
+            toBefore += std::fabs(x[i] - x[split]);
+        }
+        for (int j = split + 1; j < hi; ++j) {
+            toAfter += std::fabs(x[split] - x[j]);
+        }
+        withinBefore += toBefore;
+        withinAfter -= toAfter;
+        across += toAfter - toBefore;
+    }
+    return best;
+}
+
+// Candidates need the strict p-value too: a looser one (0.01 or 0.05, to keep changes that a larger
+// one hides within a window) found no more of the simulated drops and let more noise through in
+// long series.
+void collectCandidates(const std::vector<double>& x, int lo, int hi, double maxPValue,
+                       std::vector<int>* out) {
+    const int split = bestSplit(x, lo, hi);
+    if (split < 0 || tTestPValue(&x[lo], split - lo, &x[split], hi - split) > maxPValue) {
+        return;
+    }
+    out->push_back(split);
+    collectCandidates(x, lo, split, maxPValue, out);
+    collectCandidates(x, split, hi, maxPValue, out);
+}
+
+// The change at x[at] against the runs from `from` up to `to` (the neighbouring candidates or the
+// series' ends), each side at most `side` runs, those nearest the change.
+ChangePoint measure(const std::vector<double>& x, int from, int at, int to, int side) {
+    ChangePoint change;
+    change.index = at;
+    const int begin = std::max(from, at - side);
+    const int end = std::min(to, at + side);
+    change.runsBefore = at - begin;
+    change.runsAfter = end - at;
+    if (change.runsBefore < 1 || change.runsAfter < 1) {
+        return change;
+    }
+    change.medianBefore = medianOf(&x[begin], change.runsBefore);
+    change.medianAfter = medianOf(&x[at], change.runsAfter);
+    change.ratio = change.medianAfter / change.medianBefore;  // scores are positive
+    change.pValue = tTestPValue(&x[begin], change.runsBefore, &x[at], change.runsAfter);
+    change.direction = change.ratio < 1 ? DriftDirection::Down : DriftDirection::Up;
+    return change;
+}
+
+bool passes(const ChangePoint& change, const DriftOptions& options) {
+    return change.runsBefore >= options.minRuns && change.runsAfter >= options.minRuns &&
+           change.pValue <= options.maxPValue && std::fabs(change.ratio - 1) >= options.minChange;
+}
+
+bool sameConfiguration(const DriftSegment& segment, const DriftRun& run) {
+    return segment.cpuModel == run.cpuModel && segment.logicalCpus == run.logicalCpus &&
+           (!segment.corebenchSha256 || !run.corebenchSha256 ||
+            *segment.corebenchSha256 == *run.corebenchSha256);
+}
+
+}  // namespace
+
+std::vector<ChangePoint> findChangePoints(const std::vector<double>& scores,
+                                          const DriftOptions& options) {
+    for (double score : scores) {
+        if (!(std::isfinite(score) && score > 0)) {
+            return {};
+        }
+    }
+    const int n = static_cast<int>(scores.size());
+    const int window = std::max(options.window, 2 * kMinSplitSide);
+    std::vector<int> candidates;
+    for (int start = 0;; start += window / 2) {
+        const int end = std::min(start + window, n);
+        collectCandidates(scores, std::max(0, end - window), end, options.maxPValue, &candidates);
+        if (end == n) {
+            break;
+        }
+    }
+    std::sort(candidates.begin(), candidates.end());
+    candidates.erase(std::unique(candidates.begin(), candidates.end()), candidates.end());
+
+    const int side = window / 2;
+    std::vector<ChangePoint> changes;
+    for (;;) {
+        changes.clear();
+        int weakest = -1;
+        for (size_t k = 0; k < candidates.size(); ++k) {
+            const int from = k > 0 ? candidates[k - 1] : 0;
+            const int to = k + 1 < candidates.size() ? candidates[k + 1] : n;
+            changes.push_back(measure(scores, from, candidates[k], to, side));
+            if (!passes(changes.back(), options) &&
+                (weakest < 0 || changes.back().pValue >= changes[weakest].pValue)) {
+                weakest = static_cast<int>(k);
+            }
+        }
+        if (weakest < 0) {
+            return changes;
+        }
+        candidates.erase(candidates.begin() + weakest);
+    }
+}
+
+std::vector<DriftSegment> driftSegments(std::vector<DriftRun> runs, const DriftOptions& options) {
+    runs.erase(std::remove_if(runs.begin(), runs.end(),
+                              [](const DriftRun& run) {
+                                  return !(std::isfinite(run.score) && run.score > 0);
+                              }),
+               runs.end());
+    std::stable_sort(runs.begin(), runs.end(), [](const DriftRun& a, const DriftRun& b) {
+        return a.startedAt < b.startedAt;
+    });
+
+    std::vector<DriftSegment> segments;
+    std::vector<double> scores;
+    const auto close = [&] {
+        if (segments.empty()) {
+            return;
+        }
+        DriftSegment& segment = segments.back();
+        segment.changePoints = findChangePoints(scores, options);
+        for (ChangePoint& change : segment.changePoints) {
+            change.at = runs[segment.firstRun + change.index].startedAt;
+        }
+        scores.clear();
+    };
+    for (size_t i = 0; i < runs.size(); ++i) {
+        const DriftRun& run = runs[i];
+        if (segments.empty() || !sameConfiguration(segments.back(), run)) {
+            close();
+            DriftSegment segment;
+            segment.firstRun = static_cast<int>(i);
+            segment.firstStartedAt = run.startedAt;
+            segment.cpuModel = run.cpuModel;
+            segment.logicalCpus = run.logicalCpus;
+            segments.push_back(segment);
+        }
+        DriftSegment& segment = segments.back();
+        ++segment.runs;
+        segment.lastStartedAt = run.startedAt;
+        if (run.corebenchSha256) {
+            segment.corebenchSha256 = run.corebenchSha256;
+        }
+        scores.push_back(run.score);
+    }
+    close();
+    return segments;
+}
+
+std::optional<ChangePoint> latestDrift(const std::vector<DriftSegment>& segments) {
+    if (segments.empty() || segments.back().changePoints.empty()) {
+        return std::nullopt;
+    }
+    return segments.back().changePoints.back();
+}

@@ -1,0 +1,70 @@
+#pragma once
+
+// Drift of one host's scores in one test over time: the runs cut into segments of one
+// configuration (CPU model, logical CPU count, corebench build), and in each segment the change
+// points where the score moved to a new level and stayed there. A new configuration starts a new
+// segment and is never a drift. Pure functions: they never throw, and every number they return
+// is finite.
+
+#include <QDateTime>
+#include <QString>
+#include <optional>
+#include <vector>
+
+// One run of the test on the host, as drift detection needs it.
+struct DriftRun {
+    QDateTime startedAt;
+    double score = 0;  // runs whose score is not a finite positive number are left out
+    std::optional<QString> cpuModel;
+    std::optional<int> logicalCpus;
+    std::optional<QString> corebenchSha256;
+};
+
+struct DriftOptions {
+    int window = 50;           // runs the change point search looks at together
+    double maxPValue = 0.001;  // Student's t-test between the runs before and after
+    double minChange = 0.02;   // |median after / median before - 1| at least this
+    int minRuns = 3;           // runs at least on each side, so a change counts after 3 runs
+};
+
+enum class DriftDirection { Down, Up };
+
+struct ChangePoint {
+    int index = 0;       // of the first run after the change, within its series or segment
+    QDateTime at;        // when that run started (empty when found on bare scores)
+    int runsBefore = 0;  // runs the test compared on each side: those up to the neighbouring
+    int runsAfter = 0;   // change points or the segment's ends, at most half a window each
+    double medianBefore = 0;
+    double medianAfter = 0;
+    double ratio = 1;  // medianAfter / medianBefore
+    double pValue = 1;
+    DriftDirection direction = DriftDirection::Down;
+};
+
+struct DriftSegment {
+    int firstRun = 0;  // position in the runs ordered by start, left-out runs not counted
+    int runs = 0;
+    QDateTime firstStartedAt;
+    QDateTime lastStartedAt;
+    std::optional<QString> cpuModel;
+    std::optional<int> logicalCpus;
+    std::optional<QString> corebenchSha256;  // the last one known in the segment
+    std::vector<ChangePoint> changePoints;   // oldest first; index and at within the segment
+};
+
+// The change points of one series of scores in time order, oldest first; none when a score is not
+// a finite positive number.
+std::vector<ChangePoint> findChangePoints(const std::vector<double>& scores,
+                                          const DriftOptions& options = {});
+
+// Orders the runs by start (runs that started together keep their order) and returns the
+// segments, oldest first, each with its change points. A segment ends where the CPU model or the
+// logical CPU count changes, or where the corebench build differs from the last one known in the
+// segment (a run that knows none matches any, so an import between two runs of one build or of
+// two builds neither joins nor hides the change).
+std::vector<DriftSegment> driftSegments(std::vector<DriftRun> runs,
+                                        const DriftOptions& options = {});
+
+// The latest change point of the newest segment: whether the host drifted since its current
+// configuration began, and how.
+std::optional<ChangePoint> latestDrift(const std::vector<DriftSegment>& segments);

@@ -1,0 +1,127 @@
+#include "drift.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <random>
+
+namespace {
+
+// Levels given as (runs, level) pieces; noise is relative, from mt19937 alone (whose sequence the
+// standard fixes) as the sum of four uniforms, so every platform sees the same series.
+std::vector<double> series(std::vector<std::pair<int, double>> pieces, double noise = 0) {
+    std::mt19937 random(12345);
+    std::vector<double> scores;
+    for (const auto& [runs, level] : pieces) {
+        for (int i = 0; i < runs; ++i) {
+            double sum = 0;
+            for (int u = 0; u < 4; ++u) {
+                sum += random() / 4294967296.0 - 0.5;
+            }
+            scores.push_back(level * (1 + noise * sum * std::sqrt(3.0)));
+        }
+    }
+    return scores;
+}
+
+struct Expected {
+    int index;
+    DriftDirection direction;
+};
+
+TEST(Drift, ChangePointsOfSeries) {
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const struct {
+        const char* name;
+        std::vector<double> scores;
+        std::vector<Expected> changes;
+    } cases[] = {
+        {"step down", series({{30, 100}, {5, 90}}), {{30, DriftDirection::Down}}},
+        {"three runs after", series({{30, 100}, {3, 90}}), {{30, DriftDirection::Down}}},
+        {"two runs after", series({{30, 100}, {2, 90}}), {}},
+        {"noisy step up", series({{40, 100}, {6, 110}}, 0.02), {{40, DriftDirection::Up}}},
+        {"down, then back up past a window",
+         series({{30, 100}, {30, 90}, {10, 100}}, 0.02),
+         {{30, DriftDirection::Down}, {60, DriftDirection::Up}}},
+        {"noise", series({{60, 100}}, 0.02), {}},
+        {"below the least change", series({{30, 100}, {10, 99}}), {}},
+        {"constant", series({{40, 100}}), {}},
+        {"empty", {}, {}},
+        {"one run", {100}, {}},
+        {"two runs", {100, 90}, {}},
+        {"zero variance each side", series({{3, 100}, {3, 80}}), {{3, DriftDirection::Down}}},
+        {"not finite", {nan, 100, nan, 100, 90, nan, 90, 90}, {}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const std::vector<ChangePoint> found = findChangePoints(c.scores);
+        ASSERT_EQ(found.size(), c.changes.size());
+        for (size_t k = 0; k < found.size(); ++k) {
+            EXPECT_EQ(found[k].index, c.changes[k].index);
+            EXPECT_EQ(found[k].direction, c.changes[k].direction);
+            EXPECT_LE(found[k].pValue, 0.001);
+            EXPECT_GE(found[k].runsAfter, 3);
+            EXPECT_NEAR(found[k].ratio, found[k].medianAfter / found[k].medianBefore, 1e-12);
+            EXPECT_GE(std::fabs(found[k].ratio - 1), 0.02);
+        }
+    }
+    // The clean step in full: each side as far as half a window reaches.
+    const ChangePoint step = findChangePoints(series({{30, 100}, {5, 90}})).at(0);
+    EXPECT_EQ(step.runsBefore, 25);
+    EXPECT_EQ(step.runsAfter, 5);
+    EXPECT_DOUBLE_EQ(step.medianBefore, 100);
+    EXPECT_DOUBLE_EQ(step.medianAfter, 90);
+    EXPECT_DOUBLE_EQ(step.pValue, 0);
+}
+
+TEST(Drift, SegmentsEndWhereTheConfigurationChanges) {
+    const struct {
+        const char* name;
+        void (*change)(DriftRun&);
+        size_t segments;
+    } cases[] = {
+        {"cpu model", [](DriftRun& r) { r.cpuModel = "B"; }, 2},
+        {"logical cpus", [](DriftRun& r) { r.logicalCpus = 32; }, 2},
+        {"build", [](DriftRun& r) { r.corebenchSha256 = "bb"; }, 2},
+        {"build unknown", [](DriftRun& r) { r.corebenchSha256.reset(); }, 1},
+    };
+    const qint64 day = 86400;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::vector<DriftRun> runs;
+        const std::vector<double> scores = series({{30, 100}, {4, 70}}, 0.02);
+        for (size_t i = 0; i < scores.size(); ++i) {
+            DriftRun run{QDateTime::fromSecsSinceEpoch(1790000000 + day * i, Qt::UTC), scores[i],
+                         QString("A"), 64, QString("aa")};
+            if (i >= 30) {
+                c.change(run);
+            }
+            runs.insert(runs.begin(), run);  // newest first: the order is by start time
+        }
+        for (double bad : {std::numeric_limits<double>::infinity(), -1.0}) {
+            runs.push_back(runs[0]);  // left out: no score to compare
+            runs.back().score = bad;
+        }
+
+        const std::vector<DriftSegment> segments = driftSegments(runs);
+        ASSERT_EQ(segments.size(), c.segments);
+        const DriftSegment& last = segments.back();
+        EXPECT_EQ(last.firstRun + last.runs, 34);
+        EXPECT_EQ(last.lastStartedAt, runs[0].startedAt);
+        const std::optional<ChangePoint> latest = latestDrift(segments);
+        if (c.segments == 2) {
+            EXPECT_EQ(last.firstRun, 30);
+            EXPECT_EQ(segments[0].corebenchSha256, QString("aa"));
+            EXPECT_FALSE(latest);
+        } else {
+            ASSERT_TRUE(latest);
+            EXPECT_EQ(latest->index, 30);
+            EXPECT_EQ(latest->at, runs[3].startedAt);
+            EXPECT_EQ(latest->direction, DriftDirection::Down);
+        }
+    }
+    EXPECT_FALSE(latestDrift(driftSegments({})));
+}
+
+}  // namespace
