@@ -3,7 +3,9 @@
 #include <cstdio>
 
 #include "command_options.h"
+#include "compare_drift.h"
 #include "compare_format.h"
+#include "compare_html.h"
 #include "fleet_commands.h"
 #include "fleet_compare.h"
 #include "record_files.h"
@@ -24,7 +26,7 @@ int compareCommand(const QStringList& arguments) {
         QStringLiteral("Compares records and flags slow nodes. Exit status 0: none flagged; "
                        "1: a node flagged; 2: bad input."));
     parser.addOptions({
-        {QStringLiteral("format"), QStringLiteral("table (default), csv or json."),
+        {QStringLiteral("format"), QStringLiteral("table (default), csv, json or html."),
          QStringLiteral("FORMAT"), QStringLiteral("table")},
         {QStringLiteral("floor"),
          QStringLiteral("Flag a score below this share of the group median."),
@@ -42,8 +44,9 @@ int compareCommand(const QStringList& arguments) {
     CompareOptions options;
     const QString format = parser.value(QStringLiteral("format"));
     if (format != QLatin1String("table") && format != QLatin1String("csv") &&
-        format != QLatin1String("json")) {
-        printMessage(QStringLiteral("--format must be table, csv or json, not \"%1\"").arg(format));
+        format != QLatin1String("json") && format != QLatin1String("html")) {
+        printMessage(
+            QStringLiteral("--format must be table, csv, json or html, not \"%1\"").arg(format));
         return kStatusUsage;
     }
     if (!positiveNumber(parser.value(QStringLiteral("floor")), &options.floor)) {
@@ -67,10 +70,15 @@ int compareCommand(const QStringList& arguments) {
                          .arg(parser.positionalArguments().join(QLatin1Char(' '))));
         return kStatusUsage;
     }
-    const std::vector<CompareRow> rows = compareRecords(load.records, options);
+    std::vector<CompareRow> rows = compareRecords(load.records, options);
+    // Each host's history is looked at once, for its row and its chart.
+    const std::map<HistoryKey, HostHistory> histories = hostHistories(load.records);
+    addDrift(histories, &rows);
     const QByteArray text = format == QLatin1String("csv")    ? formatCompareCsv(rows)
                             : format == QLatin1String("json") ? formatCompareJson(rows)
-                                                              : formatCompareTable(rows);
+                            : format == QLatin1String("html")
+                                ? formatCompareHtml(rows, histories, options)
+                                : formatCompareTable(rows);
     fwrite(text.constData(), 1, static_cast<size_t>(text.size()), stdout);
     fflush(stdout);
     if (!load.problems.isEmpty()) {

@@ -19,3 +19,4 @@ enum FleetStatus {
 int runCommand(const QStringList& arguments);
 int importCommand(const QStringList& arguments);
 int compareCommand(const QStringList& arguments);
+int historyCommand(const QStringList& arguments);

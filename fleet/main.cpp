@@ -11,7 +11,8 @@ const char kUsage[] =
     "Usage:\n"
     "  corebench-fleet run [--out DIR] [--prom DIR] [--corebench PATH] [-- corebench args...]\n"
     "  corebench-fleet import [--host NAME] [--test NAME] [--out DIR] [--prom DIR] LOG...\n"
-    "  corebench-fleet compare [--format table|csv|json] [--floor 0.90] [--z 3.5] PATH...\n"
+    "  corebench-fleet compare [--format table|csv|json|html] [--floor 0.90] [--z 3.5] PATH...\n"
+    "  corebench-fleet history [--test NAME] [--format table|csv|json] HOST PATH...\n"
     "Run 'corebench-fleet COMMAND --help' for a command's options.\n";
 
 }  // namespace
@@ -29,6 +30,8 @@ int main(int argc, char** argv) {
         status = importCommand(arguments);
     } else if (command == QLatin1String("compare")) {
         status = compareCommand(arguments);
+    } else if (command == QLatin1String("history")) {
+        status = historyCommand(arguments);
     } else if (command == QLatin1String("--help") || command == QLatin1String("-h")) {
         fputs(kUsage, stdout);
         status = kStatusOk;
