@@ -1,18 +1,14 @@
 #!/usr/bin/env bash
-# The shipped Prometheus rules against Prometheus' own tools.
-#   prometheus_test.sh rules RULES
-#     promtool checks RULES and runs their unit tests (corebench-rules.test.yml beside this).
-#   prometheus_test.sh alerts RULES COREBENCH_FLEET LOG_DIR
-#     Three node exporters serve the .prom files that corebench-fleet imported from captured
-#     logs, one of them with its scores cut to 15 PS; a Prometheus server scrapes them every
-#     second with RULES, their "for" cut to 2 s: CorebenchNodeSlow must be pending or firing for
-#     the slow node alone. Every server listens on a free loopback port, keeps its files in a
-#     temporary folder and is stopped by its PID; every wait is bounded.
-# A missing tool skips the test (77), or fails it under COREBENCH_REQUIRE_PROMETHEUS=1.
+# The shipped Prometheus rules against Prometheus' own tools. "rules RULES": promtool checks them
+# and runs corebench-rules.test.yml. "alerts RULES COREBENCH_FLEET LOG_DIR": three node exporters
+# serve what corebench-fleet imported from captured logs, one node's scores cut to 15 PS, and a
+# Prometheus server with RULES ("for" cut to 2 s) must alert CorebenchNodeSlow for that node
+# alone. Servers listen on free loopback ports, keep their files in a temporary folder and are
+# stopped by PID; every wait is bounded. A missing tool skips (77), or fails under
+# COREBENCH_REQUIRE_PROMETHEUS=1.
 set -euo pipefail
 mode=$1
 rules=$(readlink -f "$2")
-
 need() {
   local tool
   for tool in "$@"; do
@@ -22,7 +18,6 @@ need() {
     exit 77
   done
 }
-
 if [ "$mode" = rules ]; then
   need promtool
   promtool check rules "$rules"
@@ -39,7 +34,10 @@ cleanup() {
   local status=$? pid i
   for pid in "${pids[@]}"; do
     kill -TERM "$pid" 2>/dev/null || continue
-    for ((i = 0; i < 50; i++)); do kill -0 "$pid" 2>/dev/null && sleep 0.1 || break; done
+    for ((i = 0; i < 50; i++)); do
+      kill -0 "$pid" 2>/dev/null || break
+      sleep 0.1
+    done
     kill -KILL "$pid" 2>/dev/null || true
     wait "$pid" 2>/dev/null || true
   done
@@ -48,16 +46,13 @@ cleanup() {
 }
 trap cleanup EXIT
 trap 'exit 1' INT TERM HUP
-fail() {
-  echo "prometheus-test: FAILED: $*" >&2
-  exit 1
-}
+fail() { echo "prometheus-test: FAILED: $*" >&2; exit 1; }
 # within SECONDS WHAT COMMAND...: runs COMMAND every 0.2 s until it succeeds.
 within() {
   local deadline=$((SECONDS + $1)) what=$2
   shift 2
   until "$@"; do
-    [ $SECONDS -lt $deadline ] || fail "no $what within $1 s"
+    [ $SECONDS -lt $deadline ] || fail "no $what in time"
     sleep 0.2
   done
 }
@@ -114,7 +109,8 @@ esac
 value() {
   curl -sf --max-time 5 "$api/query" --data-urlencode "query=$1" | jq -r '.data.result[].value[1]'
 }
-[ "$(value cpu_model_test:corebench_score_ps:count)" = 3 ] &&
-  [ "$(value cpu_model_test:corebench_score_ps:median)" = 22.444 ] ||
+if [ "$(value cpu_model_test:corebench_score_ps:count)" != 3 ] ||
+  [ "$(value cpu_model_test:corebench_score_ps:median)" != 22.444 ]; then
   fail "the CPU model's count and median are not 3 and 22.444"
+fi
 echo "prometheus-test: $(cat "$tmp/alerts"), the median of 3 nodes is 22.444 PS"
