@@ -7,14 +7,14 @@
 namespace {
 
 // Whole GiB, the remainder dropped.
+int32_t wholeGib(int64_t bytes) {
+    return static_cast<int32_t>(bytes / 1073741824);
+}
+
 }  // namespace
 
 int32_t threadCountFrom(int32_t logicalCpus) {
     return logicalCpus > 0 ? logicalCpus : 1;
-}
-
-int32_t wholeGib(int64_t bytes) {
-    return static_cast<int32_t>(bytes / 1073741824);
 }
 
 void printSystemSummary(const char* operatingSystem, int32_t threadCount, const OsQuery& os) {

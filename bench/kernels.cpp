@@ -8,6 +8,7 @@
 #include "sine_cosine.h"
 #include "square_root.h"
 #include "truncate.h"
+#include "wrap_int32.h"
 
 // Every sub-test is kept out of line so that each appears under its own name in a profile and in
 // the disassembly that tests/bench/check_kernel_code.sh inspects.
@@ -160,7 +161,7 @@ KERNEL int32_t sqrtLoopDouble() {
 
 KERNEL int32_t integerLoop64() {
     // The checksum is the low 32 bits of the sum.
-    return static_cast<int32_t>(static_cast<uint32_t>(integerLoop<int64_t>(20000, 30000, 10000)));
+    return low32(integerLoop<int64_t>(20000, 30000, 10000));
 }
 
 KERNEL int32_t integerLoop32() {

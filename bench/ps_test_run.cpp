@@ -11,6 +11,13 @@
 
 namespace {
 
+// What one worker's PS is multiplied by to stand for a processor of logicalCpus: all of them,
+// or with hyperthreading half of them, counted 1.2 times.
+float singleCoreFactor(int32_t logicalCpus, bool hyperthreading) {
+    const float cpus = static_cast<float>(logicalCpus);
+    return hyperthreading ? cpus * 0.5f * 1.2f : cpus;
+}
+
 // Workers are created, given their counts and then started together after this pause.
 constexpr int32_t kStartPauseMs = 200;
 constexpr int32_t kPollIntervalMs = 500;
@@ -58,11 +65,6 @@ std::optional<float> finishEntry(const PsTestRun& run, std::optional<float> ps, 
 }
 
 }  // namespace
-
-float singleCoreFactor(int32_t logicalCpus, bool hyperthreading) {
-    const float cpus = static_cast<float>(logicalCpus);
-    return hyperthreading ? cpus * 0.5f * 1.2f : cpus;
-}
 
 PsTestRun::PsTestRun(bool speed, WorkerStart startWorker)
     : threadCount_(1), totalClock_(0.0f), speed_(speed), startWorker_(std::move(startWorker)) {}

@@ -32,10 +32,6 @@ std::optional<float> runSingleCoreTest(QString& resultText, bool& verbose, bool&
 
 constexpr int32_t kMaxWorkers = 550;
 
-// What one worker's PS is multiplied by to stand for a processor of logicalCpus: all of them,
-// or with hyperthreading half of them, counted 1.2 times.
-float singleCoreFactor(int32_t logicalCpus, bool hyperthreading);
-
 // Starts a created worker's thread; false, with the system's text in error, when it could not.
 using WorkerStart = std::function<bool(psTestSingle& worker, FixedString<250>& error)>;
 

@@ -19,18 +19,18 @@ PassContext passContext(const psTestSingle& worker, bool verbose) {
 
 // The buffers are zeroed, so the first copy reads defined bytes; calloc maps them untouched, as
 // malloc would, so creating hundreds of workers costs no memory until they run.
-psTestSingle::psTestSingle(int32_t index, bool verbose)
+psTestSingle::psTestSingle(int32_t workerIndex, bool verboseOutput)
     : QThread(nullptr),
       done(false),
       passCount(kDefaultPassCount),
       memoryRepeats(kDefaultMemoryRepeats),
       bufferSize(kDefaultBufferSize),
       measuredMs(0),
-      index(index),
+      index(workerIndex),
       reservedIndex(-1),
       ps(0.0),
       progress(0.0f),
-      verbose(verbose),
+      verbose(verboseOutput),
       bufferA(static_cast<char*>(calloc(kDefaultBufferSize, 1))),
       bufferB(static_cast<char*>(calloc(kDefaultBufferSize, 1))),
       stopRequested(false) {}

@@ -26,7 +26,7 @@ class psTestSingle : public QThread {
     Q_OBJECT
 
   public:
-    psTestSingle(int32_t index, bool verbose);
+    psTestSingle(int32_t workerIndex, bool verboseOutput);
     // Waits for the thread to leave run(), which it may still be doing just after setting done.
     ~psTestSingle() override;
 

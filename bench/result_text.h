@@ -17,8 +17,6 @@ class RunOutput {
   public:
     RunOutput(QString& text, bool verbose) : text_(text), verbose_(verbose) {}
 
-    bool verbose() const { return verbose_; }
-
     // A console line (a printf format and its values), printed only in verbose runs.
     template <typename... Values>
     void show(const char* format, Values... values) const {
@@ -37,9 +35,6 @@ class RunOutput {
         show(format, values...);
         text_ += line;
     }
-
-    // Lines of the result text that the console does not get.
-    void append(const QString& lines) { text_ += lines; }
 
     void report(const ReportText& report);
 

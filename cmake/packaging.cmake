@@ -21,7 +21,8 @@ string(JOIN "\n" CPACK_PACKAGE_DESCRIPTION
   "Scores are comparable between machines only when they come from the same build,"
   "which is what these packages provide. The companion corebench-fleet runs it as a"
   "farm job, keeps each run as a JSON record, finds slow nodes among the records of"
-  "many and writes the scores for Prometheus' node exporter.")
+  "many and writes the scores for Prometheus' node exporter, with rules that alert"
+  "on slow, drifting and stale nodes.")
 set(CPACK_PACKAGE_FILE_NAME "${PROJECT_NAME}-${PROJECT_VERSION}-${CMAKE_SYSTEM_NAME}-${CMAKE_SYSTEM_PROCESSOR}")
 set(CPACK_STRIP_FILES ON)
 if(CMAKE_SYSTEM_NAME STREQUAL "Linux")

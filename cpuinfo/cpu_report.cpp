@@ -1,12 +1,33 @@
 #include "cpu_report.h"
 
-#include <cstdio>
-
 #include "wrap_int32.h"
 
 namespace {
 
 using RowText = FixedString<250>;
+
+void formatTextLine(ReportText& line, const char* label, const char* text) {
+    line.clear();
+    line.append(label);
+    line.append(text);
+    line.append('\n');
+}
+
+void formatNumberLine(ReportText& line, const char* label, int32_t value) {
+    line.clear();
+    line.append(label);
+    line.appendInt(value);
+    line.append('\n');
+}
+
+void formatFlagLine(ReportText& line, const char* label, bool value) {
+    line.clear();
+    // Left-justified in 15 characters; a longer label is neither cut nor padded.
+    line.appendPadded(label, 15);
+    line.append(": ");
+    line.append(value ? "Yes" : "No");
+    line.append('\n');
+}
 
 struct FlagLine {
     const char* label;
@@ -205,34 +226,4 @@ ReportText& buildCpuInfoReport(ReportText& report, const CpuInfo& info, bool sho
     }
     writeClosing(out);
     return report;
-}
-
-void printCpuInfoReport(const CpuInfo& info, bool showCpuFeatures, bool showRam, bool showPerCore) {
-    ReportText report;
-    buildCpuInfoReport(report, info, showCpuFeatures, showRam, showPerCore);
-    // As data, not as a format: a '%' in a brand or error text must print as itself.
-    printf("%s", report.text);
-}
-
-void formatTextLine(ReportText& line, const char* label, const char* text) {
-    line.clear();
-    line.append(label);
-    line.append(text);
-    line.append('\n');
-}
-
-void formatNumberLine(ReportText& line, const char* label, int32_t value) {
-    line.clear();
-    line.append(label);
-    line.appendInt(value);
-    line.append('\n');
-}
-
-void formatFlagLine(ReportText& line, const char* label, bool value) {
-    line.clear();
-    // Left-justified in 15 characters; a longer label is neither cut nor padded.
-    line.appendPadded(label, 15);
-    line.append(": ");
-    line.append(value ? "Yes" : "No");
-    line.append('\n');
 }

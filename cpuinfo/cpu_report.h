@@ -11,8 +11,3 @@ using ReportText = FixedString<5000>;
 
 ReportText& buildCpuInfoReport(ReportText& report, const CpuInfo& info, bool showCpuFeatures,
                                bool showRam, bool showPerCore);
-void printCpuInfoReport(const CpuInfo& info, bool showCpuFeatures, bool showRam, bool showPerCore);
-
-void formatTextLine(ReportText& line, const char* label, const char* text);
-void formatNumberLine(ReportText& line, const char* label, int32_t value);
-void formatFlagLine(ReportText& line, const char* label, bool value);

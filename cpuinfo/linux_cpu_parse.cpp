@@ -1,6 +1,7 @@
 #include "linux_cpu_parse.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -141,8 +142,38 @@ bool isOnlineMemoryBlock(std::string_view onlineText) {
     return withoutTrailingSpace(onlineText) == "1";
 }
 
-int countDistinctCores(std::vector<std::pair<int64_t, int64_t>> packageAndCore) {
-    std::sort(packageAndCore.begin(), packageAndCore.end());
-    return static_cast<int>(std::unique(packageAndCore.begin(), packageAndCore.end()) -
-                            packageAndCore.begin());
+bool parseCpuList(std::string_view text, std::vector<int64_t>* cpus) {
+    // Past any CPU count a kernel supports; it keeps a range from growing the list without bound.
+    constexpr int64_t kCpuLimit = 1 << 20;
+    text = withoutTrailingSpace(text);
+    std::vector<int64_t> list;
+    while (true) {
+        const size_t comma = std::min(text.find(','), text.size());
+        const std::string_view range = text.substr(0, comma);
+        const size_t dash = range.find('-');
+        int64_t first = 0;
+        int64_t last = 0;
+        if (!parseUnsigned(range.substr(0, dash), 10, &first) ||
+            !parseUnsigned(dash == std::string_view::npos ? range : range.substr(dash + 1), 10,
+                           &last) ||
+            first > last || last >= kCpuLimit) {
+            return false;
+        }
+        for (int64_t cpu = first; cpu <= last; ++cpu) {
+            list.push_back(cpu);
+        }
+        if (comma == text.size()) {
+            break;
+        }
+        text.remove_prefix(comma + 1);
+    }
+    std::sort(list.begin(), list.end());
+    list.erase(std::unique(list.begin(), list.end()), list.end());
+    *cpus = std::move(list);
+    return true;
+}
+
+int countDistinctCores(std::vector<std::vector<int64_t>> coreKeys) {
+    std::sort(coreKeys.begin(), coreKeys.end());
+    return static_cast<int>(std::unique(coreKeys.begin(), coreKeys.end()) - coreKeys.begin());
 }

@@ -5,7 +5,6 @@
 
 #include <cstdint>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 // The value of the first "key : value" line, as /proc/cpuinfo and /proc/meminfo write them: the
@@ -28,6 +27,11 @@ bool parseMeminfoBytes(std::string_view text, int64_t* bytes);
 // A memory block's "online" file: "1\n" when the block is in use.
 bool isOnlineMemoryBlock(std::string_view onlineText);
 
-// Physical cores among CPUs given as (physical_package_id, core_id): hyperthread siblings share
-// the pair and count once.
-int countDistinctCores(std::vector<std::pair<int64_t, int64_t>> packageAndCore);
+// A sysfs CPU list such as thread_siblings_list's "0-1\n" or "0,32" or "0-3,8-11": the CPUs in
+// ascending order, each once. False on anything else, and for a CPU number of 2^20 or more.
+bool parseCpuList(std::string_view text, std::vector<int64_t>* cpus);
+
+// Physical cores among CPUs, each CPU given by what names its core: the CPUs of its
+// thread_siblings_list, or where a tree lacks those its (physical_package_id, core_id). The CPUs
+// of one core give the same key and count once.
+int countDistinctCores(std::vector<std::vector<int64_t>> coreKeys);

@@ -196,19 +196,39 @@ int LinuxOsQuery::brandString(char* buffer, size_t size) const {
     return 0;
 }
 
-bool LinuxOsQuery::topologyCores(const std::vector<int>& cpus, int32_t* count) const {
-    std::vector<std::pair<int64_t, int64_t>> cores;
-    for (const int cpu : cpus) {
-        int64_t package = 0;
-        int64_t core = 0;
-        if (!readNumber(cpuPath(cpu, "topology/physical_package_id"), &package) ||
-            !readNumber(cpuPath(cpu, "topology/core_id"), &core)) {
-            return false;
-        }
-        cores.emplace_back(package, core);
+// A CPU's core is the set of CPUs in its thread_siblings_list. (physical_package_id, core_id) is
+// only the fallback for trees without those files: on multi-die processors core_id is numbered
+// per die, so the pair merges cores of different dies and splits a core's threads.
+bool LinuxOsQuery::coreKey(int cpu, bool bySiblings, std::vector<int64_t>* key) const {
+    if (bySiblings) {
+        std::string text;
+        return readFile(cpuPath(cpu, "topology/thread_siblings_list"), &text) &&
+               parseCpuList(text, key);
     }
-    *count = countDistinctCores(cores);
-    return !cores.empty();
+    int64_t package = 0;
+    int64_t core = 0;
+    if (!readNumber(cpuPath(cpu, "topology/physical_package_id"), &package) ||
+        !readNumber(cpuPath(cpu, "topology/core_id"), &core)) {
+        return false;
+    }
+    *key = {package, core};
+    return true;
+}
+
+// Every allowed CPU's key of one kind; the two kinds are never mixed.
+bool LinuxOsQuery::topologyCores(const std::vector<int>& cpus, int32_t* count) const {
+    for (const bool bySiblings : {true, false}) {
+        std::vector<std::vector<int64_t>> keys(cpus.size());
+        size_t read = 0;
+        while (read < cpus.size() && coreKey(cpus[read], bySiblings, &keys[read])) {
+            ++read;
+        }
+        if (!cpus.empty() && read == cpus.size()) {
+            *count = countDistinctCores(std::move(keys));
+            return true;
+        }
+    }
+    return false;
 }
 
 // Containers often hide the sysfs CPU folder. Without evidence of hyperthreading none is claimed:

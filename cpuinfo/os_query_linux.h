@@ -24,6 +24,7 @@ class LinuxOsQuery : public OsQuery {
     std::string path(const std::string& file) const;
     std::string cpuPath(int cpu, const char* file) const;
     bool allowedCpus(std::vector<int>* cpus) const;
+    bool coreKey(int cpu, bool bySiblings, std::vector<int64_t>* key) const;
     bool topologyCores(const std::vector<int>& cpus, int32_t* count) const;
     bool readProcField(const char* file, const char* key, std::string* value) const;
     bool memoryBlockBytes(int64_t* bytes) const;

@@ -93,7 +93,7 @@ std::vector<ProcessorBlock> processorBlocks(std::string_view cpuinfo) {
 bool countCoresInCpuinfo(std::string_view cpuinfo, const std::vector<int>& allowedCpus,
                          int32_t* cores) {
     const std::vector<ProcessorBlock> blocks = processorBlocks(cpuinfo);
-    std::vector<std::pair<int64_t, int64_t>> pairs;
+    std::vector<std::vector<int64_t>> pairs;
     for (const int cpu : allowedCpus) {
         const ProcessorBlock* block = blockOf(blocks, cpu);
         int64_t package = 0;
@@ -102,7 +102,7 @@ bool countCoresInCpuinfo(std::string_view cpuinfo, const std::vector<int>& allow
             !numberField(block->text, "core id", &core)) {
             return false;
         }
-        pairs.emplace_back(package, core);
+        pairs.push_back({package, core});
     }
     if (pairs.empty()) {
         return false;

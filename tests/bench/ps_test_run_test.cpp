@@ -111,10 +111,4 @@ TEST(PsTestRun, AWorkerThatCannotStartEndsTheRunWithOneLine) {
     EXPECT_EQ(run.resultText(), "CPU PS Test...\nCreating 3 threads\n");
 }
 
-TEST(PsTestRun, SingleCoreFactorCountsHyperthreadedCpusAsSixtyPercent) {
-    EXPECT_EQ(singleCoreFactor(8, true), 4.8f);
-    EXPECT_EQ(singleCoreFactor(16, true), 9.6f);
-    EXPECT_EQ(singleCoreFactor(16, false), 16.0f);
-}
-
 }  // namespace

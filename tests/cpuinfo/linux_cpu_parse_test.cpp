@@ -17,6 +17,21 @@ TEST(LinuxCpuParse, ProcFieldsAndSysfsNumbers) {
     EXPECT_FALSE(isOnlineMemoryBlock("0\n"));
 }
 
+// thread_siblings_list as kernels write it; "-" for a refused list.
+TEST(LinuxCpuParse, CpuLists) {
+    const char* const cases[][2] = {{"0,32\n", "0 32"}, {"8-9,0-1", "0 1 8 9"},
+                                    {"1-0", "-"},       {"0-", "-"},
+                                    {"0,", "-"},        {"1048576", "-"}};
+    for (const auto& c : cases) {
+        std::vector<int64_t> cpus;
+        std::string text = parseCpuList(c[0], &cpus) ? "" : "-";
+        for (const int64_t cpu : cpus) {
+            text += (text.empty() ? "" : " ") + std::to_string(cpu);
+        }
+        EXPECT_EQ(text, c[1]) << c[0];
+    }
+}
+
 // A refused clock reads as -1.
 TEST(LinuxCpuParse, Clocks) {
     const struct {

@@ -40,36 +40,48 @@ std::vector<int> firstCpus(int n) {
 TEST(LinuxOsQuery, RecordedMachines) {
     const std::string noData = std::string(strerror(ENODATA)) + "\n";
     const std::string noFile = std::string(strerror(ENOENT)) + "\n";
+    const char* const opteron = "x86-opteron-6328-2s-multidie";
     const struct {
         const char* folder;
-        int cpus;
+        std::vector<int> cpus;  // allowed
         const char* summary;
         std::string errors;
     } machines[] = {
         // Packages interleaved (cpu1 is in package 2), core ids 0-3 and 8-11, CPUs 64-79
         // possible but absent; base clock 2000 lifted halfway to the 1996 maximum.
-        {"x86-xeon-x7550-4s-smt-offline", 64,
+        {"x86-xeon-x7550-4s-smt-offline", firstCpus(64),
          "Intel(R) Xeon(R) CPU           X7550  @ 2.00GHz|64/32 HT|2000 1064 -1 1996 83116", ""},
         // The current clock above the maximum is printed as the kernel gives it.
-        {"amd-epyc-7451-2s-smt", 96,
+        {"amd-epyc-7451-2s-smt", firstCpus(96),
          "AMD EPYC 7451 24-Core Processor|96/48 HT|-1 2893 -1 2300 143520", ""},
         // Three clusters reported as packages; the maximum is the X3's, the current clock cpu0's.
-        {"arm64-a510-a710-a715-x3-hetero", 8,
+        {"arm64-a510-a710-a715-x3-hetero", firstCpus(8),
          "ARM 3x Cortex-A510 + 2x Cortex-A715 + 2x Cortex-A710 + 1x Cortex-X3|8/8|-1 1018 -1 3187 "
          "25496",
          ""},
         // No cpufreq and no "cpu MHz": both clocks unknown, with the system's reason.
-        {"arm64-cavium-thunderx-scaleway", 6, "Cavium ThunderX-88XX|6/6|-1 -1 -1 -1 1",
+        {"arm64-cavium-thunderx-scaleway", firstCpus(6), "Cavium ThunderX-88XX|6/6|-1 -1 -1 -1 1",
          noData + noFile},
         // base_frequency (1200 MHz) is not the label's clock and is not read.
-        {"x86-core-i7-1165g7-base-frequency", 8,
+        {"x86-core-i7-1165g7-base-frequency", firstCpus(8),
          "11th Gen Intel(R) Core(TM) i7-1165G7 @ 2.80GHz|8/4 HT|2800 1929 -1 4700 19500", ""},
-        {"container-xeon-no-topology", 2, "Intel(R) Xeon(R) Processor|2/2|-1 2600 -1 -1 7280",
+        {"container-xeon-no-topology", firstCpus(2),
+         "Intel(R) Xeon(R) Processor|2/2|-1 2600 -1 -1 7280",
          "No CPU topology in /sys; cores counted from /proc/cpuinfo\n" + noFile},
+        // Two dies per package, core_id numbered per die: CPUs 0 and 4 share package and core_id
+        // but are different cores, CPUs 2k and 2k+1 are the two threads of one core.
+        {opteron, {0, 4}, "AMD Opteron(tm) Processor 6328|2/2|-1 1612 -1 3200 6400", ""},
+        {opteron, {0, 1}, "AMD Opteron(tm) Processor 6328|2/1 HT|-1 1612 -1 3200 4160", ""},
+        {opteron,
+         {0, 2, 4, 6, 8, 10, 12, 14},
+         "AMD Opteron(tm) Processor 6328|8/8|-1 1612 -1 3200 25600",
+         ""},
+        {opteron, firstCpus(16), "AMD Opteron(tm) Processor 6328|16/8 HT|-1 1612 -1 3200 33280",
+         ""},
     };
     for (const auto& m : machines) {
         CpuInfo i;
-        gatherCpuInfo(i, LinuxOsQuery(kMachines + m.folder, firstCpus(m.cpus)));
+        gatherCpuInfo(i, LinuxOsQuery(kMachines + m.folder, m.cpus));
         EXPECT_EQ(std::string(i.description.text) + "|" + std::to_string(i.logicalCpus) + "/" +
                       std::to_string(i.physicalCpus) + (i.coreHt[0] ? " HT|" : "|") +
                       std::to_string(i.mhzInLabel) + " " + std::to_string(i.mhzCurrent) + " " +

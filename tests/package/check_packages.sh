@@ -46,14 +46,15 @@ deb_qt_runtime=$([ "$qt" = 6 ] && echo libqt6core6 || echo libqt5core5a)
 rpm_qt_runtime="libQt${qt:-5}Core\\.so\\.${qt:-5}"
 
 # Files lists: every package holds the programs (corebench and its companion corebench-fleet,
-# given as the path of corebench) and the README, and nothing of the tests.
+# given as the path of corebench), the README and the Prometheus rules, and nothing of the tests.
 check_list() {
   local what=$1 list=$2 program=$3 readme=$4
+  local rules=${readme%/doc/corebench/README.md}/corebench/prometheus/corebench-rules.yml
   if grep -qx -- "$program" <<<"$list" && grep -qx -- "$program-fleet" <<<"$list" &&
-    grep -qx -- "$readme" <<<"$list"; then
-    ok "$what holds $program, $program-fleet and $readme"
+    grep -qx -- "$readme" <<<"$list" && grep -qx -- "$rules" <<<"$list"; then
+    ok "$what holds $program, $program-fleet, $readme and $rules"
   else
-    fail "$what lacks $program, $program-fleet or $readme; it holds:"$'\n'"$list"
+    fail "$what lacks $program, $program-fleet, $readme or $rules; it holds:"$'\n'"$list"
   fi
   if grep -iq 'test' <<<"$list"; then
     fail "$what holds test files: $(grep -i 'test' <<<"$list" | tr '\n' ' ')"
