@@ -55,10 +55,11 @@ TEST(PsTestRun, ResultTextAndVerboseSteps) {
         const QString text = run.resultText();
         if (!verbose) {
             EXPECT_EQ(output, "");
-            EXPECT_TRUE(matchesFully(text.toStdString(),
-                                     "CPU PS Test\\.\\.\\.\nCreating 2 threads\n(-{30}\nERRORS:|CPU "
-                                     "Description:)[\\s\\S]*" +
-                                         QRegularExpression::escape(kClosingNote + workers.arg(130))))
+            EXPECT_TRUE(
+                matchesFully(text.toStdString(),
+                             "CPU PS Test\\.\\.\\.\nCreating 2 threads\n(-{30}\nERRORS:|CPU "
+                             "Description:)[\\s\\S]*" +
+                                 QRegularExpression::escape(kClosingNote + workers.arg(130))))
                 << text.toStdString();
             EXPECT_EQ(text.count("CPU Description:"), 1);
             continue;

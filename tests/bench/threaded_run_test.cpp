@@ -18,10 +18,11 @@ TEST(PsTestRunThreads, SpeedRunOfTwoWorkersReportsBothAndTheResult) {
     const std::optional<float> ps =
         runSingleCoreTest(text, verbose, speed, scaleOneWorker, 2, nullptr, nullptr);
     ASSERT_TRUE(ps.has_value());
-    EXPECT_TRUE(matchesFully(text.toStdString(),
-                             "CPU PS Test\\.\\.\\.\nCreating 2 threads\n[\\s\\S]*\nadding thread 0: "
-                             ".*\nadding thread 1: .*\n=totalSpeed .*\nPS_Result: " +
-                                 QString::number(*ps, 'f', 3)))
+    EXPECT_TRUE(
+        matchesFully(text.toStdString(),
+                     "CPU PS Test\\.\\.\\.\nCreating 2 threads\n[\\s\\S]*\nadding thread 0: "
+                     ".*\nadding thread 1: .*\n=totalSpeed .*\nPS_Result: " +
+                         QString::number(*ps, 'f', 3)))
         << text.toStdString();
 }
 
