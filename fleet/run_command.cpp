@@ -135,7 +135,8 @@ int runCommand(const QStringList& arguments) {
     process.start();
     if (!process.waitForStarted(-1)) {
         printMessage(QStringLiteral("cannot start %1: %2").arg(corebench, process.errorString()));
-        log.remove();
+        log.close();
+        QFile::remove(logName);
         return kStatusNotFound;
     }
     terminal.closeChildSide();
@@ -180,7 +181,7 @@ int runCommand(const QStringList& arguments) {
         printMessage(QStringLiteral("corebench was killed by a signal or crashed after %1 s; no "
                                     "record written; its output is kept in %2")
                          .arg(*origin.durationS, 0, 'f', 1)
-                         .arg(log.fileName()));
+                         .arg(logName));
         return kStatusCrashed;
     }
     origin.status = process.exitCode();
@@ -190,11 +191,11 @@ int runCommand(const QStringList& arguments) {
                                     "record written; the raw log is kept in %3")
                          .arg(parsed.problem)
                          .arg(*origin.status)
-                         .arg(log.fileName()));
+                         .arg(logName));
         return kStatusUnparsed;
     }
     if (logFailed) {
-        printMessage(QStringLiteral("cannot write the log %1").arg(log.fileName()));
+        printMessage(QStringLiteral("cannot write the log %1").arg(logName));
         return kStatusUnwritable;
     }
     QString warning;

@@ -15,6 +15,8 @@
 namespace {
 
 const QString kData = QStringLiteral(FLEET_TEST_DATA);
+// run keeps a host's files in a folder of its own below --out.
+const QString kHost = QSysInfo::machineHostName().section('.', 0, 0);
 
 QStringList filesIn(const QString& dir, const QString& pattern = "*") {
     return QDir(dir).entryList({pattern}, QDir::Files, QDir::Name);
@@ -63,13 +65,13 @@ TEST_F(FleetRun, RecordsWhatCorebenchPrintedAndPassesItThrough) {
     EXPECT_EQ(readFile(path("args")), "[SingleSpeed][exitCodeThreshold][-1][a b][LoremIpsum]");
 
     // Record and log share their name: the short host name, the test and the UTC start.
-    const QJsonObject record = onlyRecord(path("out"));
-    const QString host = QSysInfo::machineHostName().section('.', 0, 0);
+    const QJsonObject record = onlyRecord(path("out/") + kHost);
+    const QString host = kHost;
     const QDateTime started = QDateTime::fromString(record["started_at"].toString(), Qt::ISODate);
     EXPECT_LE(std::abs(started.secsTo(QDateTime::currentDateTimeUtc())), 120);
     const QString base = host + "-SingleSpeed-" + started.toUTC().toString("yyyyMMdd'T'HHmmss'Z'");
-    EXPECT_EQ(filesIn(path("out")), (QStringList{base + ".json", base + ".log"}));
-    EXPECT_EQ(readFile(path("out/") + base + ".log"), captured);
+    EXPECT_EQ(filesIn(path("out/") + host), (QStringList{base + ".json", base + ".log"}));
+    EXPECT_EQ(readFile(path("out/") + host + "/" + base + ".log"), captured);
     EXPECT_EQ(record["host"].toString(), host);
     EXPECT_EQ(record["corebench_sha256"].toString(), sha256(corebench));
     expectJsonHas(record, R"({"source": "run", "status": 24, "ps_result": 24.488})");
@@ -88,7 +90,7 @@ TEST_F(FleetRun, DefaultsToTheCorebenchBesideItAndTheAllTest) {
     ASSERT_EQ(result.status, 0) << result.err.toStdString();
     EXPECT_EQ(readFile(path("args")), QByteArray());
     // What corebench printed and what the shell saw differ for a zero divider.
-    expectJsonHas(onlyRecord(path("out")),
+    expectJsonHas(onlyRecord(path("out/") + kHost),
                   R"({"test": "All", "exit_value": -2147483648, "status": 0})");
 }
 
@@ -116,7 +118,7 @@ TEST_F(FleetRun, FailuresGiveTheirStatusAndKeepTheLog) {
         EXPECT_EQ(result.status, status);
         EXPECT_TRUE(result.err.contains(message)) << result.err.toStdString();
         // No record; a corebench that ran leaves its log, and the message names it.
-        const QStringList files = filesIn(out);
+        const QStringList files = filesIn(out + "/" + kHost);
         ASSERT_EQ(files.size(), status == 3 ? 0 : 1);
         EXPECT_TRUE(files.isEmpty() ||
                     (files[0].endsWith(".log") && result.err.contains(files[0].toUtf8())));
@@ -133,10 +135,8 @@ TEST_F(FleetRun, UnwritableFoldersAndBadArguments) {
                         path("plainfile/prom")})
                   .status,
               6);
-    EXPECT_EQ(filesIn(path("o2"), "*.json").size(), 1) << "the record is written before the .prom";
-    for (const QStringList& arguments : {QStringList{"run", "--bogus"}, {"frobnicate"}, {}}) {
-        EXPECT_EQ(runFleet(arguments).status, 2) << arguments.join(' ').toStdString();
-    }
+    EXPECT_EQ(filesIn(path("o2/") + kHost, "*.json").size(), 1)
+        << "the record is written before the .prom";
 }
 
 TEST_F(FleetRun, ImportsExistingLogs) {
@@ -157,11 +157,11 @@ TEST_F(FleetRun, ImportsExistingLogs) {
     EXPECT_TRUE(result.err.contains("broken.log: corebench's output did not parse"));
     EXPECT_TRUE(result.err.contains("missing.log: cannot read")) << result.err.toStdString();
     // The run ended at the log's time and took Time_Exec (239 s).
-    const QStringList records = filesIn(path("records"));
-    ASSERT_EQ(records.size(), 2);
-    EXPECT_EQ(records[0], QStringLiteral("node03-AllVerbose-20240229T235600Z.json"));
-    EXPECT_TRUE(records[1].startsWith("node04-SingleSpeed-")) << records[1].toStdString();
-    expectJsonHas(QJsonDocument::fromJson(readFile(path("records/") + records[0])).object(),
+    EXPECT_EQ(filesIn(path("records")), QStringList()) << "each host has its folder";
+    EXPECT_TRUE(filesIn(path("records/node04")).value(0).startsWith("node04-SingleSpeed-"));
+    EXPECT_EQ(filesIn(path("records/node03")),
+              QStringList{"node03-AllVerbose-20240229T235600Z.json"});
+    expectJsonHas(onlyRecord(path("records/node03")),
                   R"({"source": "import", "status": null, "corebench_sha256": null,
                       "duration_s": 239})");
 
@@ -170,9 +170,39 @@ TEST_F(FleetRun, ImportsExistingLogs) {
                                         "--out", path("named"), path("logs/node04.log")});
     EXPECT_EQ(named.status, 0);
     EXPECT_TRUE(named.err.contains("only its last run")) << named.err.toStdString();
-    expectJsonHas(onlyRecord(path("named")), R"({"host": "render-9", "test": "Single5"})");
-    EXPECT_EQ(runFleet({"import", "--test", "Quick", path("logs/node04.log")}).status, 2);
-    EXPECT_EQ(runFleet({"import"}).status, 2);
+    expectJsonHas(onlyRecord(path("named/render-9")), R"({"host": "render-9", "test": "Single5"})");
+    // The same log again in the same second: a second record, the first one kept.
+    runFleet({"import", "--host", "render-9", "--out", path("named"), path("logs/node04.log")});
+    EXPECT_EQ(filesIn(path("named/render-9")).size(), 2);
+}
+
+TEST(FleetProgram, RefusesBadArgumentsWithStatus2) {
+    QTemporaryDir dir;
+    const QString log = kData + "/singlespeed-plain.log";
+    const std::pair<QStringList, const char*> cases[] = {
+        {{}, "Usage:"},
+        {{"frobnicate"}, "unknown command"},
+        {{"run", "--bogus"}, "Unknown option"},
+        {{"import"}, "at least one LOG"},
+        {{"import", "--test", "Quick", log}, "unknown test"},
+        // A name that would make CSV rows, start an option or leave the folder.
+        {{"import", "--host", "n1\nn2,drain", log}, "is not valid"},
+        {{"import", "--host", "-rf", log}, "is not valid"},
+        {{"import", "--host", "../etc", log}, "is not valid"},
+        {{"import", "--host", QString(64, 'a'), log}, "is not valid"},
+        {{"compare"}, "at least one PATH"},
+        {{"compare", dir.path()}, "no records found"},
+        {{"compare", "--format", "xml", dir.path()}, "--format must be"},
+        {{"compare", "--floor", "-1", dir.path()}, "--floor must be"},
+        {{"compare", "--z", "abc", dir.path()}, "--z must be"},
+        {{"compare", "--colour", dir.path()}, "Unknown option"},
+    };
+    for (const auto& [arguments, message] : cases) {
+        const FleetResult result = runFleet(arguments);
+        EXPECT_EQ(result.status, 2) << message;
+        EXPECT_TRUE(result.err.contains(message)) << result.err.toStdString();
+    }
+    EXPECT_TRUE(QDir(dir.path()).isEmpty()) << "nothing written";
 }
 
 // The real corebench once: its quickest test, a few seconds of one core.
@@ -199,8 +229,9 @@ TEST(FleetRealCorebench, SingleSpeedRecordMatchesItsLog) {
     EXPECT_GE(clock.elapsed() - summaryAt, 500) << "the summary came only with the end of the run";
     out += fleet.readAllStandardOutput();
     ASSERT_EQ(fleet.exitCode(), 0) << fleet.readAllStandardError().toStdString();
-    const QJsonObject record = onlyRecord(dir.path());
-    const QByteArray log = readFile(dir.filePath(filesIn(dir.path(), "*.log").value(0)));
+    const QString folder = dir.filePath(kHost);
+    const QJsonObject record = onlyRecord(folder);
+    const QByteArray log = readFile(QDir(folder).filePath(filesIn(folder, "*.log").value(0)));
     EXPECT_EQ(out, log);
     const QRegularExpressionMatch ps =
         QRegularExpression("\nPS_Result: (\\d+\\.\\d{3})\nReturning exit code (\\d+)\n")
