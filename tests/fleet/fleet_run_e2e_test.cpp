@@ -2,10 +2,12 @@
 // output, crash, print nothing or cannot start, and once with the real corebench.
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <QCryptographicHash>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QFileInfo>
 #include <QRegularExpression>
 #include <QSysInfo>
 #include <QTemporaryDir>
@@ -174,6 +176,81 @@ TEST_F(FleetRun, ImportsExistingLogs) {
     // The same log again in the same second: a second record, the first one kept.
     runFleet({"import", "--host", "render-9", "--out", path("named"), path("logs/node04.log")});
     EXPECT_EQ(filesIn(path("named/render-9")).size(), 2);
+}
+
+// Links another user could plant where the next runs' log and record and the .prom go: none is
+// written through, the files take the next free name, the .prom link is replaced.
+TEST_F(FleetRun, WritesNoFileThroughALink) {
+    writeFile(path("victim"), "root only");
+    const QString folder = path("out/") + kHost;
+    QDir().mkpath(folder);
+    QDir().mkpath(path("prom"));
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    for (int second = 0; second < 60; ++second) {
+        for (const char* suffix : {".log", ".json"}) {
+            const QString name = folder + "/" + kHost + "-SingleSpeed-" +
+                                 now.addSecs(second).toString("yyyyMMdd'T'HHmmss'Z'") + suffix;
+            ASSERT_EQ(symlink(qPrintable(path("victim")), qPrintable(name)), 0);
+        }
+    }
+    ASSERT_EQ(symlink(qPrintable(path("victim")), qPrintable(path("prom/corebench.prom"))), 0);
+    const FleetResult result =
+        runFleet({"run", "--corebench", replaying("singlespeed-divider1.log", 22), "--out",
+                  path("out"), "--prom", path("prom"), "--", "SingleSpeed"});
+    ASSERT_EQ(result.status, 0) << result.err.toStdString();
+    EXPECT_EQ(readFile(path("victim")), "root only");
+    EXPECT_EQ(QDir(folder).entryList({"*-2.*"}, QDir::Files | QDir::NoSymLinks).size(), 2);
+    EXPECT_FALSE(QFileInfo(path("prom/corebench.prom")).isSymLink());
+    EXPECT_TRUE(readFile(path("prom/corebench.prom")).contains("test=\"SingleSpeed\"} 22.444"));
+}
+
+// Two tests ending together on a node both keep their series in the one .prom.
+TEST(FleetProm, WritersEndingTogetherBothSurvive) {
+    for (int round = 0; round < 5; ++round) {
+        QTemporaryDir dir;
+        QProcess writers[2];
+        const char* logs[] = {"singlespeed-plain.log", "allverbose-divider0-houdini.log"};
+        for (int i = 0; i < 2; ++i) {
+            writers[i].start(COREBENCH_FLEET, {"import", "--host", "n1", "--out", dir.path(),
+                                               "--prom", dir.path(), kData + "/" + logs[i]});
+        }
+        for (QProcess& writer : writers) {
+            ASSERT_TRUE(writer.waitForFinished(60000));
+            EXPECT_EQ(writer.exitCode(), 0);
+        }
+        const QByteArray prom = readFile(dir.filePath("corebench.prom"));
+        EXPECT_TRUE(prom.contains("corebench_score_ps{test=\"SingleSpeed\"}")) << round;
+        EXPECT_TRUE(prom.contains("corebench_score_ps{test=\"AllVerbose\"}")) << round;
+    }
+}
+
+// A full disk under the records, then under the .prom only: status 6, no "recorded" for what was
+// not, nothing that looks like a record, the old .prom kept.
+TEST(FleetFullDisk, NothingRecordedAndTheOldPromKept) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "a tmpfs in a private mount namespace needs root";
+    }
+    QTemporaryDir dir;
+    const char* script = R"(cd "$1" || exit 90
+mkdir full roomy && mount -t tmpfs -o size=64k tmpfs full && mount -t tmpfs tmpfs roomy || exit 91
+for d in full roomy; do mkdir -p $d/records/n1 $d/prom && echo old > $d/prom/corebench.prom; done
+head -c 1m /dev/zero > full/fill 2>/dev/null
+"$2" import --host n1 --out full/records --prom full/prom "$3" 2> err1; echo $? > rc1
+"$2" import --host n1 --out roomy/records --prom full/prom "$3" 2> err2; echo $? > rc2
+find full roomy -type f ! -name fill | sort > files; cat full/prom/corebench.prom > prom)";
+    const FleetResult result = runFleet({"-m", "bash", "-c", script, "_", dir.path(),
+                                         COREBENCH_FLEET, kData + "/singlespeed-plain.log"},
+                                        "unshare");
+    ASSERT_EQ(result.status, 0) << result.err.toStdString();
+    const QByteArray err1 = readFile(dir.filePath("err1"));
+    EXPECT_EQ(readFile(dir.filePath("rc1")), "6\n") << err1.toStdString();
+    EXPECT_FALSE(err1.contains("recorded"));
+    EXPECT_EQ(readFile(dir.filePath("rc2")), "6\n");
+    EXPECT_TRUE(readFile(dir.filePath("err2")).contains("recorded roomy/records/n1/"));
+    const QStringList files = QString::fromUtf8(readFile(dir.filePath("files"))).split('\n');
+    EXPECT_EQ(files.filter(".json").size(), 1) << files.join(' ').toStdString();
+    EXPECT_TRUE(files.filter(".tmp").isEmpty()) << files.join(' ').toStdString();
+    EXPECT_EQ(readFile(dir.filePath("prom")), "old\n");
 }
 
 TEST(FleetProgram, RefusesBadArgumentsWithStatus2) {
