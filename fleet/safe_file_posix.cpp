@@ -233,7 +233,9 @@ bool listFolder(const QString& path, bool followLink, std::vector<FolderEntry>* 
                         O_RDONLY | O_DIRECTORY | O_CLOEXEC | (followLink ? 0 : O_NOFOLLOW));
     DIR* dir = fd < 0 ? nullptr : fdopendir(fd);
     if (dir == nullptr) {
-        *error = QStringLiteral("cannot read the folder: %1").arg(reason(errno));
+        *error = errno == ELOOP || errno == ENOTDIR
+                     ? QStringLiteral("not a folder (a symbolic link is not followed)")
+                     : QStringLiteral("cannot read the folder: %1").arg(reason(errno));
         if (fd >= 0) {
             close(fd);
         }
