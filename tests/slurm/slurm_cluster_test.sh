@@ -320,6 +320,22 @@ state_is IDLE+DRAIN && [ "$(reason_now)" = "maintenance: fan" ] ||
 scontrol update NodeName="$node" State=RESUME
 wait_for 15 "node $node back to IDLE" state_is IDLE
 
+# Records the checking user cannot read: one line, status 1, and the node, drained by an earlier
+# check, stays as it is although its record would pass.
+[ -s "$tmp/records/corebench-summary.json" ] || fail "the report job wrote no summary"
+scontrol update NodeName="$node" State=DRAIN Reason="corebench: earlier"
+chmod 700 "$tmp/records"
+out=$(env -i SLURMD_NODENAME="$node" COREBENCH_HEALTHCHECK_CONF="$tmp/healthcheck.conf" \
+  timeout 60 setpriv --reuid=nobody --regid=nogroup --clear-groups "$contrib/corebench-healthcheck" 2>&1) &&
+  fail "a check that could not read the records succeeded: $out"
+chmod 755 "$tmp/records"
+case $out in "corebench-healthcheck: nothing changed: cannot decide: cannot read the records folder"*) ;;
+  *) fail "unreadable records: $out" ;; esac
+state_is IDLE+DRAIN && [ "$(reason_now)" = "corebench: earlier" ] || fail "unreadable records changed the node to $(state_now) '$(reason_now)'"
+say "records unreadable: $out; node $(state_now)"
+scontrol update NodeName="$node" State=RESUME
+wait_for 15 "node $node back to IDLE" state_is IDLE
+
 # ---- weights: one node, so the fastest: Weight 100, tier cb_fast replacing the tier that an
 # earlier run gave it, its own feature kept
 scontrol update NodeName="$node" AvailableFeatures=ssd,cb_slow ActiveFeatures=ssd,cb_slow
