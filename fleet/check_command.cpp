@@ -1,18 +1,13 @@
 #include <QCommandLineParser>
-#include <QDir>
 #include <QFileInfo>
-#include <cerrno>
-#include <cmath>
 #include <cstdio>
-#include <cstring>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "command_options.h"
 #include "fleet_commands.h"
 #include "node_verdict.h"
 #include "record_files.h"
+#include "record_names.h"
+#include "safe_file.h"
 
 namespace {
 
@@ -21,61 +16,6 @@ constexpr qint64 kMaxSummaryBytes = 256LL * 1024 * 1024;
 
 // No score a machine can reach comes near this; a larger floor is a typing error.
 constexpr double kMaxFloorPs = 1e6;
-
-// Reads a regular file, not through a symbolic link, and not one that keeps growing or blocks.
-bool readSummaryFile(const QString& path, QByteArray* bytes, QString* error) {
-    const int fd = open(QFile::encodeName(path).constData(),
-                        O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0) {
-        *error = QString::fromLocal8Bit(strerror(errno));
-        return false;
-    }
-    struct stat info{};
-    bool ok = fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_size <= kMaxSummaryBytes;
-    if (!ok) {
-        *error = QStringLiteral("not a regular file of at most %1 bytes").arg(kMaxSummaryBytes);
-    }
-    while (ok) {
-        char buffer[65536];
-        const ssize_t got = read(fd, buffer, sizeof buffer);
-        if (got < 0 && errno == EINTR) {
-            continue;
-        }
-        if (got < 0 || bytes->size() + got > kMaxSummaryBytes) {
-            *error = got < 0 ? QString::fromLocal8Bit(strerror(errno))
-                             : QStringLiteral("larger than %1 bytes").arg(kMaxSummaryBytes);
-            ok = false;
-        } else if (got == 0) {
-            break;
-        } else {
-            bytes->append(buffer, static_cast<int>(got));
-        }
-    }
-    close(fd);
-    return ok;
-}
-
-// The host's folder and, from the old flat layout, the records named after the host.
-bool hostRecordFiles(const QString& records, const QString& host, QStringList* files,
-                     QString* error) {
-    const QDir folder(records + QLatin1Char('/') + host);
-    const QFileInfo info(folder.path());
-    if (info.exists()) {
-        if (!info.isDir() || !info.isReadable() || !info.isExecutable()) {
-            *error = QStringLiteral("cannot read the folder %1").arg(folder.path());
-            return false;
-        }
-        for (const QString& name : folder.entryList({QStringLiteral("*.json")}, QDir::Files)) {
-            *files << folder.filePath(name);
-        }
-    }
-    const QDir top(records);
-    for (const QString& name :
-         top.entryList({host + QStringLiteral("-*.json")}, QDir::Files | QDir::Hidden)) {
-        *files << top.filePath(name);
-    }
-    return true;
-}
 
 int cannotDecide(const QString& why) {
     printf("cannot decide: %s\n", qPrintable(why));
@@ -115,8 +55,10 @@ int checkCommand(const QStringList& arguments) {
         printMessage(QStringLiteral("check needs --summary, --host, --test and one RECORDS folder"));
         return kStatusUsage;
     }
-    if (request.host.contains(QLatin1Char('/')) || request.host.startsWith(QLatin1Char('.'))) {
-        printMessage(QStringLiteral("--host is not a host name: \"%1\"").arg(request.host));
+    if (!isValidName(request.host) || !isValidName(request.test)) {
+        printMessage(QStringLiteral("--host and --test take names of letters, digits, '.', '_' "
+                                    "and '-', not \"%1\" and \"%2\"")
+                         .arg(request.host, request.test));
         return kStatusUsage;
     }
     if (parser.isSet(QStringLiteral("floor"))) {
@@ -147,20 +89,21 @@ int checkCommand(const QStringList& arguments) {
     if (!folder.isDir() || !folder.isReadable() || !folder.isExecutable()) {
         return cannotDecide(QStringLiteral("cannot read the records folder %1").arg(request.records));
     }
-    QByteArray bytes;
     QString error;
-    if (!readSummaryFile(summaryPath, &bytes, &error)) {
+    FileIdentity identity;
+    const std::optional<QByteArray> bytes =
+        readRegularFile(summaryPath, kMaxSummaryBytes, &identity, &error);
+    if (!bytes) {
         return cannotDecide(QStringLiteral("cannot read the summary %1: %2").arg(summaryPath, error));
     }
-    const std::optional<FleetSummary> summary = summaryFromJson(bytes, &error);
+    const std::optional<FleetSummary> summary = summaryFromJson(*bytes, &error);
     if (!summary) {
         return cannotDecide(QStringLiteral("summary %1: %2").arg(summaryPath, error));
     }
-    QStringList files;
-    if (!hostRecordFiles(request.records, request.host, &files, &error)) {
-        return cannotDecide(error);
-    }
-    const RecordLoad load = loadRecords(files);
+    QStringList problems;
+    const QStringList files = hostRecordPaths(request.records, request.host, &problems);
+    RecordLoad load = loadRecords(files, request.now);
+    load.problems = problems + load.problems;
     if (!load.problems.isEmpty()) {
         return cannotDecide(load.problems.size() == 1
                                 ? load.problems.front()

@@ -8,6 +8,7 @@
 #include "fleet_compare.h"
 #include "fleet_summary.h"
 #include "record_files.h"
+#include "safe_file.h"
 
 namespace {
 
@@ -77,7 +78,7 @@ int compareCommand(const QStringList& arguments) {
     QString error;
     // A summary of nothing (every record unreadable) would tell every node that it has no peers.
     if (!summaryPath.isEmpty() && !load.records.empty() &&
-        !writeFileAtomically(
+        !replaceFile(
             summaryPath,
             summaryToJson(rows, groups, options, QDateTime::currentDateTimeUtc()), &error)) {
         printMessage(error);
