@@ -66,7 +66,7 @@ int checkCommand(const QStringList& arguments) {
         const double floor = parser.value(QStringLiteral("floor")).toDouble(&ok);
         if (!ok || !(floor > 0.0 && floor <= kMaxFloorPs)) {
             printMessage(QStringLiteral("--floor must be a number of PS above 0, at most %1")
-                             .arg(kMaxFloorPs));
+                             .arg(kMaxFloorPs, 0, 'f', 0));
             return kStatusUsage;
         }
         request.floorPs = floor;

@@ -264,7 +264,7 @@ done
 say "jobs $bench_job (benchmark) and $report_job (report) COMPLETED"
 
 # ---- the record and the report
-records=("$tmp/records/$node-SingleSpeed-"*.json)
+records=("$tmp/records/$node/$node-SingleSpeed-"*.json)
 [ ${#records[@]} -eq 1 ] && [ -f "${records[0]}" ] || fail "expected one SingleSpeed record of $node, found: ${records[*]}"
 [ -f "${records[0]%.json}.log" ] || fail "the raw log is not beside ${records[0]}"
 grep -q '"ps_result"' "${records[0]}" || fail "${records[0]} has no ps_result"
