@@ -52,7 +52,8 @@ int checkCommand(const QStringList& arguments) {
     const QString summaryPath = parser.value(QStringLiteral("summary"));
     if (summaryPath.isEmpty() || request.host.isEmpty() || request.test.isEmpty() ||
         parser.positionalArguments().size() != 1) {
-        printMessage(QStringLiteral("check needs --summary, --host, --test and one RECORDS folder"));
+        printMessage(
+            QStringLiteral("check needs --summary, --host, --test and one RECORDS folder"));
         return kStatusUsage;
     }
     if (!isValidName(request.host) || !isValidName(request.test)) {
@@ -87,14 +88,16 @@ int checkCommand(const QStringList& arguments) {
     // Whatever cannot be read leaves the node as it is: no evidence, no change.
     const QFileInfo folder(request.records);
     if (!folder.isDir() || !folder.isReadable() || !folder.isExecutable()) {
-        return cannotDecide(QStringLiteral("cannot read the records folder %1").arg(request.records));
+        return cannotDecide(
+            QStringLiteral("cannot read the records folder %1").arg(request.records));
     }
     QString error;
     FileIdentity identity;
     const std::optional<QByteArray> bytes =
         readRegularFile(summaryPath, kMaxSummaryBytes, &identity, &error);
     if (!bytes) {
-        return cannotDecide(QStringLiteral("cannot read the summary %1: %2").arg(summaryPath, error));
+        return cannotDecide(
+            QStringLiteral("cannot read the summary %1: %2").arg(summaryPath, error));
     }
     const std::optional<FleetSummary> summary = summaryFromJson(*bytes, &error);
     if (!summary) {
@@ -105,11 +108,10 @@ int checkCommand(const QStringList& arguments) {
     RecordLoad load = loadRecords(files, request.now);
     load.problems = problems + load.problems;
     if (!load.problems.isEmpty()) {
-        return cannotDecide(load.problems.size() == 1
-                                ? load.problems.front()
-                                : QStringLiteral("%1 (and %2 more)")
-                                      .arg(load.problems.front())
-                                      .arg(load.problems.size() - 1));
+        return cannotDecide(load.problems.size() == 1 ? load.problems.front()
+                                                      : QStringLiteral("%1 (and %2 more)")
+                                                            .arg(load.problems.front())
+                                                            .arg(load.problems.size() - 1));
     }
     const NodeVerdict verdict = decideNode(*summary, load.records, request);
     printf("%s\n", qPrintable(verdict.line));

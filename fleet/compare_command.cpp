@@ -78,9 +78,9 @@ int compareCommand(const QStringList& arguments) {
     QString error;
     // A summary of nothing (every record unreadable) would tell every node that it has no peers.
     if (!summaryPath.isEmpty() && !load.records.empty() &&
-        !replaceFile(
-            summaryPath,
-            summaryToJson(rows, groups, options, QDateTime::currentDateTimeUtc()), &error)) {
+        !replaceFile(summaryPath,
+                     summaryToJson(rows, groups, options, QDateTime::currentDateTimeUtc()),
+                     &error)) {
         printMessage(error);
         return kStatusUnwritable;
     }

@@ -13,7 +13,7 @@
 
 struct CheckRequest {
     QString host;
-    QString test;                  // matched without regard to case, as corebench takes it
+    QString test;                   // matched without regard to case, as corebench takes it
     std::optional<double> floorPs;  // drain below this score
     std::optional<qint64> maxAgeS;  // drain when the newest record is older, or missing
     QString maxAgeText;             // as the admin wrote it, for the reason

@@ -6,8 +6,8 @@
 
 #include "compare_format.h"
 #include "fleet_summary.h"
-#include "node_verdict.h"
 #include "fleet_test_support.h"
+#include "node_verdict.h"
 
 namespace {
 
@@ -182,18 +182,43 @@ TEST(NodeVerdict, DecidesFromTheSummaryAndNewerOwnRecords) {
         {"n1", "all", {}, {}, {}, "healthy: all 100.000 PS at 2026-11-01T12:00:00Z"},
         {"n6", "All", {node("n6", 60)}, {}, {}, "drain: flagged by compare (robust z -"},
         // Newer than the summary: judged against the summary's group.
-        {"n6", "All", {node("n6", 100, "EPYC 7543", 2)}, {}, {}, "healthy: All 100.000 PS at 2026-11-02"},
-        {"n1", "All", {node("n1", 60, "EPYC 7543", 2)}, {}, {}, "drain: flagged by compare (robust z -"},
-        {"n1", "All", {node("n1", 10, "New CPU", 2)}, {}, {}, "healthy: All 10.000 PS at 2026-11-02"},
+        {"n6",
+         "All",
+         {node("n6", 100, "EPYC 7543", 2)},
+         {},
+         {},
+         "healthy: All 100.000 PS at 2026-11-02"},
+        {"n1",
+         "All",
+         {node("n1", 60, "EPYC 7543", 2)},
+         {},
+         {},
+         "drain: flagged by compare (robust z -"},
+        {"n1",
+         "All",
+         {node("n1", 10, "New CPU", 2)},
+         {},
+         {},
+         "healthy: All 10.000 PS at 2026-11-02"},
         {"n1", "All", {stranger}, {}, {}, "healthy: All 100.000 PS at 2026-11-01"},
         {"n1", "All", {}, 150.5, {}, "drain: 100.000 PS below floor 150.5"},
-        {"n1", "All", {}, 50, 3 * 86400, "drain: newest record (2026-11-01T12:00:00Z) older than 3d"},
+        {"n1",
+         "All",
+         {},
+         50,
+         3 * 86400,
+         "drain: newest record (2026-11-01T12:00:00Z) older than 3d"},
         {"n6", "All", {}, 90, 3 * 86400, "drain: flagged by compare (robust z -"},
         {"nX", "All", {}, 50, 3 * 86400, "drain: no All record of nX in /records"},
         {"nX", "All", {}, 50, {}, "healthy: no All record of nX"},
     };
     for (const Row& row : table) {
-        CheckRequest request{row.host, row.test, row.floor, row.maxAgeS, "3d", "/records",
+        CheckRequest request{row.host,
+                             row.test,
+                             row.floor,
+                             row.maxAgeS,
+                             "3d",
+                             "/records",
                              QDateTime(QDate(2026, 11, 10), QTime(0, 0), Qt::UTC)};
         const NodeVerdict verdict = decideNode(*summary, row.own, request);
         EXPECT_TRUE(verdict.line.startsWith(QLatin1String(row.line)))
@@ -206,8 +231,16 @@ TEST(NodeVerdict, DecidesFromTheSummaryAndNewerOwnRecords) {
 
 TEST(NodeVerdict, AgesWithinTenYears) {
     const std::pair<const char*, std::optional<qint64>> table[] = {
-        {"3600", 3600},   {"90m", 5400},  {"36h", 129600}, {"8d", 691200}, {"3650d", 315360000},
-        {"3651d", {}},    {"0", {}},      {"8w", {}},      {"", {}},       {"-1", {}},
+        {"3600", 3600},
+        {"90m", 5400},
+        {"36h", 129600},
+        {"8d", 691200},
+        {"3650d", 315360000},
+        {"3651d", {}},
+        {"0", {}},
+        {"8w", {}},
+        {"", {}},
+        {"-1", {}},
         {"999999999999999d", {}},
     };
     for (const auto& row : table) {
