@@ -169,6 +169,11 @@ TEST(NodeVerdict, DecidesFromTheSummaryAndNewerOwnRecords) {
         summaryToJson(rows, groups, CompareOptions(), QDateTime::currentDateTimeUtc()), &error);
     ASSERT_TRUE(summary) << error.toStdString();
     LoadedRecord stranger = node("n2", 10, "EPYC 7543", 5);
+    const auto later = [](const char* host, double ps, const char* model = "EPYC 7543") {
+        return node(host, ps, model, 2);
+    };
+    const qint64 kDays3 = 3 * 86400;
+    const QDateTime now(QDate(2026, 11, 10), QTime(0, 0), Qt::UTC);
     struct Row {
         const char* host;
         const char* test;
@@ -182,44 +187,19 @@ TEST(NodeVerdict, DecidesFromTheSummaryAndNewerOwnRecords) {
         {"n1", "all", {}, {}, {}, "healthy: all 100.000 PS at 2026-11-01T12:00:00Z"},
         {"n6", "All", {node("n6", 60)}, {}, {}, "drain: flagged by compare (robust z -"},
         // Newer than the summary: judged against the summary's group.
-        {"n6",
-         "All",
-         {node("n6", 100, "EPYC 7543", 2)},
-         {},
-         {},
-         "healthy: All 100.000 PS at 2026-11-02"},
-        {"n1",
-         "All",
-         {node("n1", 60, "EPYC 7543", 2)},
-         {},
-         {},
-         "drain: flagged by compare (robust z -"},
-        {"n1",
-         "All",
-         {node("n1", 10, "New CPU", 2)},
-         {},
-         {},
-         "healthy: All 10.000 PS at 2026-11-02"},
+        {"n6", "All", {later("n6", 100)}, {}, {}, "healthy: All 100.000 PS at 2026-11-02"},
+        {"n1", "All", {later("n1", 60)}, {}, {}, "drain: flagged by compare (robust z -"},
+        {"n1", "All", {later("n1", 10, "New CPU")}, {}, {}, "healthy: All 10.000 PS at 2026-11-02"},
         {"n1", "All", {stranger}, {}, {}, "healthy: All 100.000 PS at 2026-11-01"},
         {"n1", "All", {}, 150.5, {}, "drain: 100.000 PS below floor 150.5"},
-        {"n1",
-         "All",
-         {},
-         50,
-         3 * 86400,
-         "drain: newest record (2026-11-01T12:00:00Z) older than 3d"},
-        {"n6", "All", {}, 90, 3 * 86400, "drain: flagged by compare (robust z -"},
-        {"nX", "All", {}, 50, 3 * 86400, "drain: no All record of nX in /records"},
+        {"n1", "All", {}, 50, kDays3, "drain: newest record (2026-11-01T12:00:00Z) older than 3d"},
+        {"n6", "All", {}, 90, kDays3, "drain: flagged by compare (robust z -"},
+        {"nX", "All", {}, 50, kDays3, "drain: no All record of nX in /records"},
         {"nX", "All", {}, 50, {}, "healthy: no All record of nX"},
     };
     for (const Row& row : table) {
-        CheckRequest request{row.host,
-                             row.test,
-                             row.floor,
-                             row.maxAgeS,
-                             "3d",
-                             "/records",
-                             QDateTime(QDate(2026, 11, 10), QTime(0, 0), Qt::UTC)};
+        const CheckRequest request{row.host, row.test,   row.floor, row.maxAgeS,
+                                   "3d",     "/records", now};
         const NodeVerdict verdict = decideNode(*summary, row.own, request);
         EXPECT_TRUE(verdict.line.startsWith(QLatin1String(row.line)))
             << row.host << " " << row.line << ": " << verdict.line.toStdString();
@@ -230,20 +210,12 @@ TEST(NodeVerdict, DecidesFromTheSummaryAndNewerOwnRecords) {
 }
 
 TEST(NodeVerdict, AgesWithinTenYears) {
-    const std::pair<const char*, std::optional<qint64>> table[] = {
-        {"3600", 3600},
-        {"90m", 5400},
-        {"36h", 129600},
-        {"8d", 691200},
-        {"3650d", 315360000},
-        {"3651d", {}},
-        {"0", {}},
-        {"8w", {}},
-        {"", {}},
-        {"-1", {}},
-        {"999999999999999d", {}},
-    };
-    for (const auto& row : table) {
+    for (const char* bad : {"3651d", "0", "8w", "", "-1", "999999999999999d"}) {
+        EXPECT_FALSE(parseAge(bad)) << bad;
+    }
+    const std::pair<const char*, qint64> good[] = {
+        {"3600", 3600}, {"90m", 5400}, {"36h", 129600}, {"8d", 691200}, {"3650d", 315360000}};
+    for (const auto& row : good) {
         EXPECT_EQ(parseAge(row.first), row.second) << row.first;
     }
 }
