@@ -6,7 +6,9 @@
 #include "compare_format.h"
 #include "fleet_commands.h"
 #include "fleet_compare.h"
+#include "fleet_summary.h"
 #include "record_files.h"
+#include "safe_file.h"
 
 namespace {
 
@@ -31,6 +33,9 @@ int compareCommand(const QStringList& arguments) {
          QStringLiteral("RATIO"), QStringLiteral("0.90")},
         {QStringLiteral("z"), QStringLiteral("Flag a robust z below minus this."),
          QStringLiteral("Z"), QStringLiteral("3.5")},
+        {QStringLiteral("summary"),
+         QStringLiteral("Also write the verdict, for check, to FILE (JSON, atomically)."),
+         QStringLiteral("FILE")},
     });
     parser.addPositionalArgument(QStringLiteral("PATH"),
                                  QStringLiteral("Records, or folders of them."),
@@ -67,7 +72,18 @@ int compareCommand(const QStringList& arguments) {
                          .arg(parser.positionalArguments().join(QLatin1Char(' '))));
         return kStatusUsage;
     }
-    const std::vector<CompareRow> rows = compareRecords(load.records, options);
+    std::vector<GroupStats> groups;
+    const std::vector<CompareRow> rows = compareRecords(load.records, options, &groups);
+    const QString summaryPath = parser.value(QStringLiteral("summary"));
+    QString error;
+    // A summary of nothing (every record unreadable) would tell every node that it has no peers.
+    if (!summaryPath.isEmpty() && !load.records.empty() &&
+        !replaceFile(summaryPath,
+                     summaryToJson(rows, groups, options, QDateTime::currentDateTimeUtc()),
+                     &error)) {
+        printMessage(error);
+        return kStatusUnwritable;
+    }
     const QByteArray text = format == QLatin1String("csv")    ? formatCompareCsv(rows)
                             : format == QLatin1String("json") ? formatCompareJson(rows)
                                                               : formatCompareTable(rows);
