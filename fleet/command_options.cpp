@@ -24,3 +24,17 @@ bool parseOptions(QCommandLineParser& parser, const QStringList& arguments, int*
     }
     return true;
 }
+
+QString invalidHostMessage(const QString& name) {
+    // The name is shown, not obeyed: no control character of it reaches the terminal.
+    QString printable = name.left(80);
+    for (QChar& c : printable) {
+        if (!c.isPrint()) {
+            c = QLatin1Char('?');
+        }
+    }
+    return QStringLiteral(
+               "the host name \"%1\" is not valid: letters, digits, '.', '_' and '-', "
+               "at most 63, starting with a letter or digit")
+        .arg(printable);
+}

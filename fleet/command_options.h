@@ -15,3 +15,6 @@ void printMessage(const QString& message);
 // command is to stop at once: with status kStatusUsage after printing the error, or kStatusOk
 // after printing the help.
 bool parseOptions(QCommandLineParser& parser, const QStringList& arguments, int* status);
+
+// Why name is refused as a host name.
+QString invalidHostMessage(const QString& name);

@@ -8,7 +8,9 @@
 #include "compare_html.h"
 #include "fleet_commands.h"
 #include "fleet_compare.h"
+#include "fleet_summary.h"
 #include "record_files.h"
+#include "safe_file.h"
 
 namespace {
 
@@ -33,6 +35,9 @@ int compareCommand(const QStringList& arguments) {
          QStringLiteral("RATIO"), QStringLiteral("0.90")},
         {QStringLiteral("z"), QStringLiteral("Flag a robust z below minus this."),
          QStringLiteral("Z"), QStringLiteral("3.5")},
+        {QStringLiteral("summary"),
+         QStringLiteral("Also write the verdict, for check, to FILE (JSON, atomically)."),
+         QStringLiteral("FILE")},
     });
     parser.addPositionalArgument(QStringLiteral("PATH"),
                                  QStringLiteral("Records, or folders of them."),
@@ -70,7 +75,20 @@ int compareCommand(const QStringList& arguments) {
                          .arg(parser.positionalArguments().join(QLatin1Char(' '))));
         return kStatusUsage;
     }
-    std::vector<CompareRow> rows = compareRecords(load.records, options);
+    std::vector<GroupStats> groups;
+    std::vector<CompareRow> rows = compareRecords(load.records, options, &groups);
+    const QString summaryPath = parser.value(QStringLiteral("summary"));
+    QString error;
+    // A summary of nothing (every record unreadable) would tell every node that it has no peers.
+    // It holds the verdict against the group only: whether a node's own drift drains it is the
+    // health check's setting, decided from the node's own records.
+    if (!summaryPath.isEmpty() && !load.records.empty() &&
+        !replaceFile(summaryPath,
+                     summaryToJson(rows, groups, options, QDateTime::currentDateTimeUtc()),
+                     &error)) {
+        printMessage(error);
+        return kStatusUnwritable;
+    }
     // Each host's history is looked at once, for its row and its chart.
     const std::map<HistoryKey, HostHistory> histories = hostHistories(load.records);
     addDrift(histories, &rows);

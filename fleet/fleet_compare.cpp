@@ -5,6 +5,7 @@
 #include <cmath>
 #include <map>
 #include <tuple>
+#include <utility>
 
 namespace {
 
@@ -15,7 +16,6 @@ constexpr double kMadScale = 0.6745;
 constexpr size_t kMinNodesForZ = 3;
 
 using HostTest = std::pair<QString, QString>;
-using GroupKey = std::tuple<QString, int, QString>;
 
 // The mean of the middle two for an even count; values must not be empty.
 double median(std::vector<double> values) {
@@ -29,10 +29,6 @@ double median(std::vector<double> values) {
     const double lower =
         *std::max_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(middle));
     return (lower + upper) / 2.0;
-}
-
-GroupKey groupOf(const Record& record) {
-    return {record.cpuModel.value_or(QString()), record.logicalCpus.value_or(-1), record.test};
 }
 
 // Sample coefficient of variation (standard deviation over mean) of a host's scores of one test.
@@ -75,33 +71,24 @@ void judgeThreads(const Record& record, const CompareOptions& options, CompareRo
     }
 }
 
-void judgeScore(const std::vector<double>& groupScores, const CompareOptions& options,
-                CompareRow& row) {
-    if (!row.psResult || groupScores.empty()) {
+void judgeScore(const GroupStats& group, const CompareOptions& options, CompareRow& row) {
+    if (!row.psResult) {
         return;
     }
     const double x = *row.psResult;
-    const double m = median(groupScores);
+    const double m = group.median;
     row.groupMedian = m;
     if (m > 0.0) {
         row.ratio = x / m;
     }
-    if (groupScores.size() >= kMinNodesForZ) {
-        std::vector<double> deviations;
-        deviations.reserve(groupScores.size());
-        for (const double score : groupScores) {
-            deviations.push_back(std::fabs(score - m));
-        }
-        // With more than half the group on one value the MAD is 0 and z is undefined; the floor
-        // still judges such a group.
-        const double mad = median(deviations);
-        if (mad > 0.0) {
-            row.robustZ = kMadScale * (x - m) / mad;
-            if (*row.robustZ < -options.z) {
-                row.reasons << QStringLiteral("robust z %1 below -%2")
-                                   .arg(number(*row.robustZ, 2))
-                                   .arg(options.z);
-            }
+    // With more than half the group on one value the MAD is 0 and z is undefined; the floor still
+    // judges such a group.
+    if (group.mad && *group.mad > 0.0) {
+        row.robustZ = kMadScale * (x - m) / *group.mad;
+        if (*row.robustZ < -options.z) {
+            row.reasons << QStringLiteral("robust z %1 below -%2")
+                               .arg(number(*row.robustZ, 2))
+                               .arg(options.z);
         }
     }
     if (x < options.floor * m) {
@@ -113,8 +100,55 @@ void judgeScore(const std::vector<double>& groupScores, const CompareOptions& op
 
 }  // namespace
 
+bool GroupKey::operator<(const GroupKey& other) const {
+    return std::tie(cpuModel, logicalCpus, test) <
+           std::tie(other.cpuModel, other.logicalCpus, other.test);
+}
+
+bool GroupKey::operator==(const GroupKey& other) const {
+    return std::tie(cpuModel, logicalCpus, test) ==
+           std::tie(other.cpuModel, other.logicalCpus, other.test);
+}
+
+GroupKey groupOf(const Record& record) {
+    return {record.cpuModel.value_or(QString()), record.logicalCpus.value_or(-1), record.test};
+}
+
+GroupStats groupStats(GroupKey key, std::vector<double> scores) {
+    GroupStats stats;
+    stats.key = std::move(key);
+    stats.median = median(scores);
+    if (scores.size() >= kMinNodesForZ) {
+        for (double& score : scores) {
+            score = std::fabs(score - stats.median);
+        }
+        stats.mad = median(std::move(scores));
+    }
+    return stats;
+}
+
+CompareRow judgeRecord(const LoadedRecord& loaded, const GroupStats* group,
+                       const CompareOptions& options) {
+    const Record& record = loaded.record;
+    CompareRow row;
+    row.host = record.host;
+    row.test = record.test;
+    row.startedAt = record.startedAt;
+    row.psResult = record.psResult;
+    row.logicalCpus = record.logicalCpus;
+    row.cpuModel = record.cpuModel;
+    row.file = loaded.file;
+    if (group != nullptr) {
+        judgeScore(*group, options, row);
+    }
+    judgeThreads(record, options, row);
+    row.flagged = !row.reasons.isEmpty();
+    return row;
+}
+
 std::vector<CompareRow> compareRecords(const std::vector<LoadedRecord>& records,
-                                       const CompareOptions& options) {
+                                       const CompareOptions& options,
+                                       std::vector<GroupStats>* groups) {
     // The newest record of each host and test stands for it; every record counts for the CV.
     std::map<HostTest, size_t> newest;
     std::map<HostTest, std::vector<double>> history;
@@ -137,36 +171,36 @@ std::vector<CompareRow> compareRecords(const std::vector<LoadedRecord>& records,
             found->second = i;
         }
     }
-    std::map<GroupKey, std::vector<double>> groupScores;
+    std::map<GroupKey, std::pair<std::vector<double>, QStringList>> groupScores;
     for (const auto& entry : newest) {
         const Record& record = records[entry.second].record;
         if (record.psResult) {
-            groupScores[groupOf(record)].push_back(*record.psResult);
+            auto& group = groupScores[groupOf(record)];
+            group.first.push_back(*record.psResult);
+            group.second << record.host;
         }
+    }
+    // Each group's statistics once, however many rows share them.
+    std::map<GroupKey, GroupStats> stats;
+    for (auto& entry : groupScores) {
+        GroupStats group = groupStats(entry.first, std::move(entry.second.first));
+        group.members = std::move(entry.second.second);
+        stats.emplace(entry.first, std::move(group));
     }
     std::vector<std::pair<GroupKey, CompareRow>> rows;
     rows.reserve(newest.size());
     for (const auto& entry : newest) {
         const LoadedRecord& loaded = records[entry.second];
-        const Record& record = loaded.record;
-        CompareRow row;
-        row.host = record.host;
-        row.test = record.test;
-        row.startedAt = record.startedAt;
-        row.psResult = record.psResult;
+        GroupKey group = groupOf(loaded.record);
+        const auto found = stats.find(group);
+        CompareRow row =
+            judgeRecord(loaded, found == stats.end() ? nullptr : &found->second, options);
         row.records = counts[entry.first];
         row.cv = coefficientOfVariation(history[entry.first]);
-        row.logicalCpus = record.logicalCpus;
-        row.cpuModel = record.cpuModel;
-        row.file = loaded.file;
-        const GroupKey group = groupOf(record);
-        judgeScore(groupScores[group], options, row);
-        judgeThreads(record, options, row);
-        row.flagged = !row.reasons.isEmpty();
-        rows.emplace_back(group, std::move(row));
+        rows.emplace_back(std::move(group), std::move(row));
     }
     std::sort(rows.begin(), rows.end(), [](const auto& a, const auto& b) {
-        if (a.first != b.first) {
+        if (!(a.first == b.first)) {
             return a.first < b.first;
         }
         // Rows without a score go last in their group.
@@ -177,6 +211,12 @@ std::vector<CompareRow> compareRecords(const std::vector<LoadedRecord>& records,
         }
         return a.second.host < b.second.host;
     });
+    if (groups != nullptr) {
+        groups->clear();
+        for (auto& entry : stats) {
+            groups->push_back(std::move(entry.second));
+        }
+    }
     std::vector<CompareRow> result;
     result.reserve(rows.size());
     for (auto& entry : rows) {

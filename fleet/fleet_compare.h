@@ -37,6 +37,35 @@ struct CompareRow {
     std::optional<ChangePoint> drift;  // the latest of the host's current segment, if any
 };
 
-// One row per (host, test), sorted by group, then score (slowest first, no score last), then host.
+// Like machines: CPU model (empty when unknown), logical CPU count (-1 when unknown) and test.
+struct GroupKey {
+    QString cpuModel;
+    int logicalCpus = -1;
+    QString test;
+    bool operator<(const GroupKey& other) const;
+    bool operator==(const GroupKey& other) const;
+};
+
+GroupKey groupOf(const Record& record);
+
+// The newest scores of a group's hosts, summed up once for the whole group.
+struct GroupStats {
+    GroupKey key;
+    double median = 0.0;
+    std::optional<double> mad;  // median absolute deviation, from 3 scores up
+    QStringList members;        // the hosts whose scores these are
+};
+
+// The median and MAD of scores, which must not be empty.
+GroupStats groupStats(GroupKey key, std::vector<double> scores);
+
+// Judges one record (its score against its group, its threads against each other); the row's
+// records and cv are left for the caller.
+CompareRow judgeRecord(const LoadedRecord& loaded, const GroupStats* group,
+                       const CompareOptions& options);
+
+// One row per (host, test), sorted by group, then score (slowest first, no score last), then host;
+// with groups, also the statistics of each group that has a score, in key order.
 std::vector<CompareRow> compareRecords(const std::vector<LoadedRecord>& records,
-                                       const CompareOptions& options);
+                                       const CompareOptions& options,
+                                       std::vector<GroupStats>* groups = nullptr);

@@ -1,6 +1,5 @@
 #include <QCommandLineParser>
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <algorithm>
 #include <vector>
@@ -9,11 +8,18 @@
 #include "fleet_commands.h"
 #include "log_parser.h"
 #include "prom_file.h"
-#include "record_files.h"
 #include "record_from_log.h"
 #include "record_json.h"
 #include "record_names.h"
+#include "safe_file.h"
 #include "test_names.h"
+
+namespace {
+
+// A log of 100 MB is already far beyond any corebench printed (a few KB); this bounds memory.
+constexpr qint64 kMaxLogBytes = 256 << 20;
+
+}  // namespace
 
 int importCommand(const QStringList& arguments) {
     QCommandLineParser parser;
@@ -37,6 +43,11 @@ int importCommand(const QStringList& arguments) {
         return status;
     }
     const QStringList logs = parser.positionalArguments();
+    const QString host = parser.value(QStringLiteral("host"));
+    if (parser.isSet(QStringLiteral("host")) && !isValidName(host)) {
+        printMessage(invalidHostMessage(host));
+        return kStatusUsage;
+    }
     QString test;
     if (parser.isSet(QStringLiteral("test"))) {
         test = canonicalTestName(parser.value(QStringLiteral("test")));
@@ -57,13 +68,16 @@ int importCommand(const QStringList& arguments) {
     }
     std::vector<Record> imported;
     for (const QString& path : logs) {
-        QFile file(path);
-        if (!file.open(QIODevice::ReadOnly)) {
-            printMessage(QStringLiteral("%1: cannot read: %2").arg(path, file.errorString()));
+        FileIdentity identity;
+        QString error;
+        const std::optional<QByteArray> bytes =
+            readRegularFile(path, kMaxLogBytes, &identity, &error);
+        if (!bytes) {
+            printMessage(QStringLiteral("%1: %2").arg(path, error));
             status = std::max<int>(status, kStatusUnparsed);
             continue;
         }
-        const ParsedLog log = parseCorebenchLog(file.readAll());
+        const ParsedLog log = parseCorebenchLog(*bytes);
         if (!log.ok) {
             printMessage(
                 QStringLiteral("%1: corebench's output did not parse: %2").arg(path, log.problem));
@@ -72,8 +86,13 @@ int importCommand(const QStringList& arguments) {
         }
         const QFileInfo info(path);
         RecordOrigin origin;
-        origin.host = parser.isSet(QStringLiteral("host")) ? parser.value(QStringLiteral("host"))
-                                                           : shortHostName(info.fileName());
+        origin.host = parser.isSet(QStringLiteral("host")) ? host : shortHostName(info.fileName());
+        if (!isValidName(origin.host)) {
+            printMessage(QStringLiteral("%1: %2; name it with --host")
+                             .arg(path, invalidHostMessage(origin.host)));
+            status = std::max<int>(status, kStatusUsage);
+            continue;
+        }
         origin.test = test.isEmpty() ? inferTestName(log) : test;
         // A log says when it ended (its time stamps are local clock times without a date); the
         // run started the test's duration before.
@@ -87,10 +106,15 @@ int importCommand(const QStringList& arguments) {
         if (!warning.isEmpty()) {
             printMessage(QStringLiteral("%1: %2").arg(path, warning));
         }
-        const QString target = QDir(out).filePath(
-            recordBaseName(record.host, record.test, record.startedAt) + QStringLiteral(".json"));
-        QString error;
-        if (!writeFileAtomically(target, recordToBytes(record), &error)) {
+        const QString folder = hostFolder(out, record.host);
+        const QString target =
+            makeFolder(folder, &error)
+                ? publishNewFile(QDir(folder).filePath(
+                                     recordBaseName(record.host, record.test, record.startedAt) +
+                                     QStringLiteral(".json")),
+                                 recordToBytes(record), &error)
+                : QString();
+        if (target.isEmpty()) {
             printMessage(error);
             status = std::max<int>(status, kStatusUnwritable);
             continue;

@@ -2,87 +2,186 @@
 
 #include <QRegularExpression>
 #include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <vector>
+
+#include "record.h"
 
 namespace {
 
 // The report is at most 5000 characters, so it never spans more lines than this.
 constexpr int kMaxReportLines = 2600;
 
-const QString kCpuPsTest = QStringLiteral("CPU PS Test...");
-const QString kRule = QString(30, QLatin1Char('-'));
+const QLatin1String kCpuPsTest("CPU PS Test...");
+const QLatin1String kRule("------------------------------");  // 30 dashes
 
-QStringList splitLines(const QByteArray& output) {
-    // Result texts are Latin-1, the verbose report is printed as it was gathered (UTF-8 where the
-    // OS said so); logs that went through other tools may carry carriage returns.
-    QString text = QString::fromUtf8(output);
-    if (text.contains(QChar::ReplacementCharacter)) {
-        text = QString::fromLatin1(output);
-    }
-    QStringList lines = text.split(QLatin1Char('\n'));
-    for (QString& line : lines) {
-        if (line.endsWith(QLatin1Char('\r'))) {
-            line.chop(1);
+// The lines of a log as views into its bytes: four bytes a line whatever the log holds, and no
+// byte (a NUL included) ends the text early. Lines are compared as bytes; only the few kept in
+// the record are decoded.
+class Lines {
+  public:
+    explicit Lines(const QByteArray& text) : text_(text) {
+        starts_.push_back(0);
+        const char* data = text.constData();
+        for (const char* at = data;
+             (at = static_cast<const char*>(
+                  memchr(at, '\n', static_cast<size_t>(text.size() - (at - data))))) != nullptr;
+             ++at) {
+            starts_.push_back(static_cast<int>(at - data) + 1);
         }
+        starts_.push_back(text.size() + 1);
     }
-    return lines;
+
+    int size() const { return static_cast<int>(starts_.size()) - 1; }
+
+    // Without its line feed, and without the carriage return that other tools may have added.
+    QLatin1String operator[](int i) const {
+        int length = starts_[i + 1] - 1 - starts_[i];
+        const char* data = text_.constData() + starts_[i];
+        if (length > 0 && data[length - 1] == '\r') {
+            --length;
+        }
+        return QLatin1String(data, length);
+    }
+
+    int indexOf(QLatin1String line) const {
+        for (int i = 0; i < size(); ++i) {
+            if ((*this)[i] == line) {
+                return i;
+            }
+        }
+        return -1;
+    }
+
+  private:
+    const QByteArray& text_;
+    std::vector<int> starts_;
+};
+
+// Result texts are Latin-1, the verbose report is printed as it was gathered (UTF-8 where the
+// OS said so).
+QString decoded(QLatin1String bytes) {
+    const QString text = QString::fromUtf8(bytes.data(), bytes.size());
+    return text.contains(QChar::ReplacementCharacter) ? QString(bytes) : text;
 }
 
-QRegularExpressionMatch matchWhole(const QString& pattern, const QString& line) {
-    const QRegularExpression expression(QLatin1Char('^') + pattern + QLatin1Char('$'));
-    return expression.match(line);
+QRegularExpressionMatch matchLine(const QRegularExpression& expression, QLatin1String line) {
+    return expression.match(QString(line));
+}
+
+// A whole line of digits after prefix; one too long for 64 bits comes back as the largest
+// value of its sign, so that the range checks refuse it.
+std::optional<qint64> integerAfter(QLatin1String prefix, QLatin1String line) {
+    static const QRegularExpression digits(QStringLiteral("^-?\\d+$"));
+    if (!line.startsWith(prefix)) {
+        return std::nullopt;
+    }
+    const QString rest = QString(line.mid(prefix.size()));
+    if (!digits.match(rest).hasMatch()) {
+        return std::nullopt;
+    }
+    bool ok = false;
+    const qint64 value = rest.toLongLong(&ok);
+    return ok                                  ? value
+           : rest.startsWith(QLatin1Char('-')) ? std::numeric_limits<qint64>::min()
+                                               : std::numeric_limits<qint64>::max();
+}
+
+// Sets problem (the first one only) when value is outside [min, max]; false then.
+bool inRange(const char* what, qint64 value, qint64 min, qint64 max, ParsedLog& log) {
+    if (value >= min && value <= max) {
+        return true;
+    }
+    if (log.problem.isEmpty()) {
+        log.problem = QStringLiteral("%1 %2 is out of range (%3 to %4)")
+                          .arg(QLatin1String(what))
+                          .arg(value)
+                          .arg(min)
+                          .arg(max);
+    }
+    return false;
+}
+
+// A score as printed: finite, not negative, and within what any machine can make.
+std::optional<double> score(const char* what, const QString& text, ParsedLog& log) {
+    bool ok = false;
+    const double value = text.toDouble(&ok);
+    if (ok && std::isfinite(value) && value >= 0.0 && value <= kMaxScorePs) {
+        return value;
+    }
+    if (log.problem.isEmpty()) {
+        log.problem = QStringLiteral("%1 %2 is not a score from 0 to %3")
+                          .arg(QLatin1String(what), text.left(40))
+                          .arg(kMaxScorePs);
+    }
+    return std::nullopt;
 }
 
 const QString kNumber = QStringLiteral("(-?\\d+(?:\\.\\d+)?)");
 
-std::optional<qint64> integerAfter(const QString& prefix, const QString& line) {
-    const QRegularExpressionMatch match =
-        matchWhole(QRegularExpression::escape(prefix) + QStringLiteral("(-?\\d+)"), line);
-    bool ok = false;
-    const qint64 value = match.captured(1).toLongLong(&ok);
-    return match.hasMatch() && ok ? std::optional<qint64>(value) : std::nullopt;
-}
-
-std::optional<qint64> knownMhz(const QString& prefix, const QString& line) {
-    const std::optional<qint64> value = integerAfter(prefix, line);
-    // corebench prints -1 for a clock it could not read.
-    return value && *value >= 0 ? value : std::nullopt;
-}
-
 // The summary corebench prints before anything else, ending in "OperatingSystem: MAC"; filler
 // follows it, so only the first such block counts. A job script may have printed lines before it.
-void readSummary(const QStringList& lines, ParsedLog& log) {
-    const int end = lines.indexOf(QStringLiteral("OperatingSystem: MAC"));
+bool readSummary(const Lines& lines, ParsedLog& log) {
+    const int end = lines.indexOf(QLatin1String("OperatingSystem: MAC"));
+    bool ok = true;
     for (int i = std::max(0, end - 4); i < end; ++i) {
-        const QString& line = lines[i];
+        const QLatin1String line = lines[i];
         if (line.startsWith(QLatin1String("SpecificOperSys: "))) {
-            log.os = line.mid(17);
-        } else if (const auto threads = integerAfter(QStringLiteral("NumberOfThreads: "), line)) {
-            log.summaryThreads = static_cast<int>(*threads);
-        } else if (const auto ram = integerAfter(QStringLiteral("RAM installed: "), line)) {
+            log.os = decoded(line.mid(17));
+        } else if (const auto threads = integerAfter(QLatin1String("NumberOfThreads: "), line)) {
+            ok = inRange("NumberOfThreads", *threads, 0, kMaxCpus, log) && ok;
+            log.summaryThreads = static_cast<int>(std::clamp<qint64>(*threads, 0, kMaxCpus));
+        } else if (const auto ram = integerAfter(QLatin1String("RAM installed: "), line)) {
+            ok = inRange("RAM installed", *ram, 0, kMaxRamGib, log) && ok;
             log.ramGib = *ram;
         }
     }
+    return ok;
+}
+
+// corebench prints -1 for a clock it could not read.
+bool readMhz(const char* what, QLatin1String prefix, QLatin1String line, std::optional<qint64>* mhz,
+             ParsedLog& log) {
+    const std::optional<qint64> value = integerAfter(prefix, line);
+    if (value && !inRange(what, *value, -1, kMaxMhz, log)) {
+        return false;
+    }
+    *mhz = value && *value >= 0 ? value : std::nullopt;
+    return true;
 }
 
 // Reads the report that starts at its "CPU Description:" line, and the errors block right
-// before it; false (with log.problem) when that block is not whole.
-bool readReport(const QStringList& lines, int description, int end, ParsedLog& log) {
-    log.cpuDescription = lines[description].mid(21);
+// before it; false (with log.problem) when that block is not whole or a value is out of range.
+bool readReport(const Lines& lines, int description, int end, ParsedLog& log) {
+    log.cpuDescription = decoded(lines[description].mid(21));
+    bool ok = true;
     for (int i = description + 1; i < end; ++i) {
-        const QString& line = lines[i];
-        if (const auto value = integerAfter(QStringLiteral("CPU Core Count:      "), line)) {
-            log.logicalCpus = static_cast<int>(*value);
-        } else if (const auto hw = integerAfter(QStringLiteral("CPU Core Count (HW): "), line)) {
-            log.physicalCpus = static_cast<int>(*hw);
+        const QLatin1String line = lines[i];
+        if (const auto value = integerAfter(QLatin1String("CPU Core Count:      "), line)) {
+            ok = inRange("CPU Core Count", *value, 0, kMaxCpus, log) && ok;
+            log.logicalCpus = static_cast<int>(std::clamp<qint64>(*value, 0, kMaxCpus));
+        } else if (const auto hw = integerAfter(QLatin1String("CPU Core Count (HW): "), line)) {
+            ok = inRange("CPU Core Count (HW)", *hw, 0, kMaxCpus, log) && ok;
+            log.physicalCpus = static_cast<int>(std::clamp<qint64>(*hw, 0, kMaxCpus));
         } else if (line == QLatin1String("CPU Hyperthreading:  Enabled")) {
             log.hyperthreading = true;
         } else if (line == QLatin1String("CPU Hyperthreading:  Disabled")) {
             log.hyperthreading = false;
         } else if (line.startsWith(QLatin1String("CPU MHz Max:      "))) {
-            log.mhzMax = knownMhz(QStringLiteral("CPU MHz Max:      "), line);
+            ok = readMhz("CPU MHz Max", QLatin1String("CPU MHz Max:      "), line, &log.mhzMax,
+                         log) &&
+                 ok;
         } else if (line.startsWith(QLatin1String("CPU MHz Current:  "))) {
-            log.mhzCurrent = knownMhz(QStringLiteral("CPU MHz Current:  "), line);
+            ok = readMhz("CPU MHz Current", QLatin1String("CPU MHz Current:  "), line,
+                         &log.mhzCurrent, log) &&
+                 ok;
         }
+    }
+    if (!ok) {
+        return false;
     }
     // "------", "ERRORS:", the error text, "------", a blank line, then the description.
     log.problem = QStringLiteral("the CPU report's \"ERRORS:\" block is not whole");
@@ -96,7 +195,7 @@ bool readReport(const QStringList& lines, int description, int end, ParsedLog& l
             }
             for (int j = i + 1; j < description - 2; ++j) {
                 if (!lines[j].isEmpty()) {
-                    log.errors << lines[j];
+                    log.errors << decoded(lines[j]);
                 }
             }
             log.problem.clear();
@@ -106,7 +205,7 @@ bool readReport(const QStringList& lines, int description, int end, ParsedLog& l
     return false;
 }
 
-int findDescription(const QStringList& lines, int from, int to) {
+int findDescription(const Lines& lines, int from, int to) {
     for (int i = to - 1; i > from; --i) {
         if (lines[i].startsWith(QLatin1String("CPU Description:     "))) {
             return i;
@@ -117,10 +216,10 @@ int findDescription(const QStringList& lines, int from, int to) {
 
 // The closing lines: [Returning exit code N] "" Time_Exec Core*Time. Returns false when they are
 // not there, so a result block that the program never finished is not taken.
-bool readClosing(const QStringList& lines, int psLine, ParsedLog& log) {
+bool readClosing(const Lines& lines, int psLine, ParsedLog& log) {
     int i = psLine + 1;
     if (i < lines.size()) {
-        log.exitValue = integerAfter(QStringLiteral("Returning exit code "), lines[i]);
+        log.exitValue = integerAfter(QLatin1String("Returning exit code "), lines[i]);
         if (log.exitValue) {
             ++i;
         }
@@ -128,24 +227,36 @@ bool readClosing(const QStringList& lines, int psLine, ParsedLog& log) {
     if (i + 2 >= lines.size() || !lines[i].isEmpty()) {
         return false;
     }
-    const QRegularExpressionMatch time =
-        matchWhole(QStringLiteral("Time_Exec: (-?\\d+) sec"), lines[i + 1]);
-    if (!time.hasMatch() || !integerAfter(QStringLiteral("Core*Time: "), lines[i + 2])) {
+    static const QRegularExpression time(QStringLiteral("^Time_Exec: (-?\\d+) sec$"));
+    const QRegularExpressionMatch match = matchLine(time, lines[i + 1]);
+    if (!match.hasMatch() || !integerAfter(QLatin1String("Core*Time: "), lines[i + 2])) {
         return false;
     }
-    log.timeExecS = time.captured(1).toLongLong();
+    bool ok = false;
+    log.timeExecS = match.captured(1).toLongLong(&ok);
+    if (!ok) {
+        log.timeExecS = std::numeric_limits<qint64>::max();
+    }
     return true;
 }
 
-// Reads the result block that ends at psLine; false (with log.problem) when it is incomplete.
-bool readResultBlock(const QStringList& lines, int psLine, ParsedLog& log) {
+// The closing values in range; false with log.problem otherwise.
+bool closingInRange(ParsedLog& log) {
+    return (!log.exitValue ||
+            inRange("Returning exit code", *log.exitValue, kMinExitValue, kMaxExitValue, log)) &&
+           inRange("Time_Exec", *log.timeExecS, 0, kMaxDurationS, log);
+}
+
+// Reads the result block that ends at psLine and follows the run's "CPU PS Test..." line at
+// testLine; false (with log.problem) when it is incomplete.
+bool readResultBlock(const Lines& lines, int testLine, int psLine, ParsedLog& log) {
     static const QRegularExpression total(QStringLiteral("^=totalSpeed ") + kNumber +
                                           QStringLiteral(" PS \\(Average per core: ") + kNumber +
                                           QStringLiteral(" PS\\)$"));
     static const QRegularExpression adding(
         QStringLiteral("^adding thread (\\d+): ") + kNumber +
         QStringLiteral("PS \\((-?[\\d ]+) ms, (\\d+) loops\\)$"));
-    if (psLine < 1 || !total.match(lines[psLine - 1]).hasMatch()) {
+    if (psLine - 1 <= testLine || !matchLine(total, lines[psLine - 1]).hasMatch()) {
         log.problem = QStringLiteral("no \"=totalSpeed\" line before \"PS_Result\"");
         return false;
     }
@@ -154,19 +265,35 @@ bool readResultBlock(const QStringList& lines, int psLine, ParsedLog& log) {
     QVector<double> ps;
     QVector<qint64> ms;
     QVector<int> passes;
-    int expected = -1;
-    while (first - 1 >= 0) {
-        const QRegularExpressionMatch match = adding.match(lines[first - 1]);
+    qint64 expected = -1;
+    while (first - 1 > testLine) {
+        const QRegularExpressionMatch match = matchLine(adding, lines[first - 1]);
         if (!match.hasMatch()) {
             break;
         }
-        const int index = match.captured(1).toInt();
+        bool ok = false;
+        qint64 index = match.captured(1).toLongLong(&ok);
+        if (!inRange("adding thread", ok ? index : std::numeric_limits<qint64>::max(), 0,
+                     kMaxCpus - 1, log)) {
+            return false;
+        }
         if (expected >= 0 && index != expected) {
             break;
         }
-        ps.prepend(match.captured(2).toDouble());
-        ms.prepend(match.captured(3).remove(QLatin1Char(' ')).toLongLong());
-        passes.prepend(match.captured(4).toInt());
+        const std::optional<double> threadPs = score("adding thread", match.captured(2), log);
+        qint64 threadMs = match.captured(3).remove(QLatin1Char(' ')).toLongLong(&ok);
+        if (!threadPs ||
+            !inRange("adding thread ms", ok ? threadMs : -1, 0, kMaxDurationS * 1000, log)) {
+            return false;
+        }
+        const int loops = match.captured(4).toInt(&ok);
+        if (!inRange("adding thread loops", ok ? loops : -1, 0, std::numeric_limits<int>::max(),
+                     log)) {
+            return false;
+        }
+        ps.prepend(*threadPs);
+        ms.prepend(threadMs);
+        passes.prepend(loops);
         --first;
         if (index == 0) {
             expected = -2;
@@ -178,28 +305,25 @@ bool readResultBlock(const QStringList& lines, int psLine, ParsedLog& log) {
         log.problem = QStringLiteral("the \"adding thread\" lines do not run down to thread 0");
         return false;
     }
-    // Quiet runs put the report between "Creating N threads" and the first "adding thread".
-    int creating = -1;
-    for (int i = first - 1; i >= 1 && i >= first - kMaxReportLines; --i) {
-        if (lines[i - 1] == kCpuPsTest && lines[i].startsWith(QLatin1String("Creating "))) {
-            creating = i;
-            break;
-        }
-    }
+    // The run's own "CPU PS Test..." and "Creating N threads" lines; quiet runs put the report
+    // between them and the first "adding thread".
+    static const QRegularExpression creatingLine(QStringLiteral("^Creating (\\d+) threads$"));
+    const int creating = testLine + 1;
     const QRegularExpressionMatch created =
-        creating < 0 ? QRegularExpressionMatch()
-                     : matchWhole(QStringLiteral("Creating (\\d+) threads"), lines[creating]);
-    if (!created.hasMatch()) {
+        creating < first ? matchLine(creatingLine, lines[creating]) : QRegularExpressionMatch();
+    if (!created.hasMatch() || first - creating > kMaxReportLines) {
         log.problem = QStringLiteral("no \"CPU PS Test...\" and \"Creating N threads\" lines");
         return false;
     }
-    log.createdThreads = created.captured(1).toInt();
-    if (log.createdThreads != ps.size()) {
+    bool ok = false;
+    const qint64 createdThreads = created.captured(1).toLongLong(&ok);
+    if (!ok || createdThreads != ps.size()) {
         log.problem = QStringLiteral("corebench created %1 threads but added %2")
-                          .arg(log.createdThreads)
+                          .arg(created.captured(1).left(40))
                           .arg(ps.size());
         return false;
     }
+    log.createdThreads = ps.size();
     log.threadPs = ps;
     log.threadMs = ms;
     log.threadPasses = passes;
@@ -212,10 +336,10 @@ bool readResultBlock(const QStringList& lines, int psLine, ParsedLog& log) {
     // the result text follows the last run directly, and each run the one before it.
     static const QRegularExpression runResult(QStringLiteral("^psTest: PS_Result: ") + kNumber +
                                               QLatin1Char('$'));
-    int runEnd = creating - 2;
+    int runEnd = testLine - 1;
     int lastRunStart = -1;
     while (runEnd >= 0) {
-        const QRegularExpressionMatch match = runResult.match(lines[runEnd]);
+        const QRegularExpressionMatch match = matchLine(runResult, lines[runEnd]);
         if (!match.hasMatch()) {
             break;
         }
@@ -226,15 +350,19 @@ bool readResultBlock(const QStringList& lines, int psLine, ParsedLog& log) {
         if (start < 0) {
             break;
         }
-        log.verboseRunPs.prepend(match.captured(1).toDouble());
+        const std::optional<double> runPs = score("psTest: PS_Result", match.captured(1), log);
+        if (!runPs) {
+            return false;
+        }
+        log.verboseRunPs.prepend(*runPs);
         if (lastRunStart < 0) {
             lastRunStart = start;
         }
         runEnd = start - 1;
     }
     if (lastRunStart >= 0) {
-        const int description = findDescription(lines, lastRunStart, creating - 1);
-        return description < 0 || readReport(lines, description, creating - 1, log);
+        const int description = findDescription(lines, lastRunStart, testLine);
+        return description < 0 || readReport(lines, description, testLine, log);
     }
     return true;
 }
@@ -243,38 +371,58 @@ bool readResultBlock(const QStringList& lines, int psLine, ParsedLog& log) {
 
 ParsedLog parseCorebenchLog(const QByteArray& output) {
     ParsedLog log;
-    if (output.trimmed().isEmpty()) {
+    if (std::all_of(output.begin(), output.end(),
+                    [](char c) { return isspace(static_cast<unsigned char>(c)); })) {
         log.problem = QStringLiteral("corebench printed nothing");
         return log;
     }
-    const QStringList lines = splitLines(output);
-    readSummary(lines, log);
-    // The last complete result block is the test's: filler comes before the test.
+    const Lines lines(output);
+    if (!readSummary(lines, log)) {
+        return log;
+    }
+    // The test's result follows the run's own "CPU PS Test...", the last one in the log: a
+    // result block in the filler before it is not the test's, even when the run was cut off.
+    int testLine = lines.size() - 1;
+    while (testLine >= 0 && lines[testLine] != kCpuPsTest) {
+        --testLine;
+    }
     static const QRegularExpression psResult(QStringLiteral("^PS_Result: ") + kNumber +
                                              QLatin1Char('$'));
-    for (int i = lines.size() - 1; i >= 0; --i) {
-        const QRegularExpressionMatch match = psResult.match(lines[i]);
-        if (!match.hasMatch()) {
+    for (int i = lines.size() - 1; testLine >= 0 && i > testLine; --i) {
+        if (!lines[i].startsWith(QLatin1String("PS_Result: "))) {
             continue;
         }
         ParsedLog candidate = log;
         if (!readClosing(lines, i, candidate)) {
             // A result block that is not closed is the test's all the same: a look-alike block
-            // in the filler before it must not stand in for it. A lone result line is not one.
-            if (i >= 1 && lines[i - 1].startsWith(QLatin1String("=totalSpeed "))) {
+            // before it must not stand in for it. A lone result line is not one.
+            if (lines[i - 1].startsWith(QLatin1String("=totalSpeed "))) {
                 log.problem = QStringLiteral(
                     "the result is not followed by the \"Time_Exec\" and \"Core*Time\" lines");
                 return log;
             }
             continue;
         }
-        candidate.psResult = match.captured(1).toDouble();
-        candidate.ok = readResultBlock(lines, i, candidate);
+        const QRegularExpressionMatch match = matchLine(psResult, lines[i]);
+        if (!match.hasMatch()) {
+            candidate.problem = QStringLiteral("the \"PS_Result\" line holds no number");
+            return candidate;
+        }
+        const std::optional<double> ps = score("PS_Result", match.captured(1), candidate);
+        if (ps && closingInRange(candidate)) {
+            candidate.psResult = *ps;
+            candidate.ok = readResultBlock(lines, testLine, i, candidate);
+        }
         return candidate;
     }
-    log.problem =
-        lines.contains(QStringLiteral("Usage: "))
-            ? QStringLiteral("corebench printed its usage text: the test name is unknown")
-            : QStringLiteral("no complete result (\"PS_Result\" followed by \"Time_Exec\")");
+    if (testLine < 0) {
+        log.problem =
+            lines.indexOf(QLatin1String("Usage: ")) >= 0
+                ? QStringLiteral("corebench printed its usage text: the test name is unknown")
+                : QStringLiteral("no \"CPU PS Test...\" line: the test did not start");
+    } else {
+        log.problem =
+            QStringLiteral("no complete result (\"PS_Result\" followed by \"Time_Exec\")");
+    }
     return log;
 }

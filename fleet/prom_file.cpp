@@ -1,24 +1,44 @@
 #include "prom_file.h"
 
 #include <QDir>
-#include <QFile>
+#include <QFileInfo>
 
 #include "command_options.h"
 #include "prom_export.h"
 #include "record.h"
-#include "record_files.h"
+#include "safe_file.h"
+
+namespace {
+
+// Tests that end together on a node each merge their series into the one file; the lock lets
+// each read what the other wrote. A writer holding it longer than this is stuck.
+constexpr int kLockWaitMs = 10000;
+constexpr qint64 kMaxPromBytes = 16 << 20;
+
+}  // namespace
 
 bool writePromFile(const Record& record, const QString& promDir) {
-    QString error;
     if (!QDir().mkpath(promDir)) {
         printMessage(QStringLiteral("cannot create the folder %1").arg(promDir));
         return false;
     }
     const QString path = QDir(promDir).filePath(QStringLiteral("corebench.prom"));
-    QFile existing(path);
-    const QByteArray before =
-        existing.open(QIODevice::ReadOnly) ? existing.readAll() : QByteArray();
-    if (!writeFileAtomically(path, promText(record, before), &error)) {
+    QString error;
+    FileLock lock;
+    if (!lock.lock(path + QStringLiteral(".lock"), kLockWaitMs, &error)) {
+        printMessage(error);
+        return false;
+    }
+    FileIdentity identity;
+    std::optional<QByteArray> before = readRegularFile(path, kMaxPromBytes, &identity, &error);
+    // A file of ours that cannot be read would lose the other tests' series; anything else there
+    // (a link, a pipe) is not ours and is replaced, not followed.
+    const QFileInfo info(path);
+    if (!before && info.isFile() && !info.isSymLink()) {
+        printMessage(QStringLiteral("%1: %2").arg(path, error));
+        return false;
+    }
+    if (!replaceFile(path, promText(record, before.value_or(QByteArray())), &error)) {
         printMessage(error);
         return false;
     }

@@ -8,6 +8,16 @@
 #include <QVector>
 #include <optional>
 
+// What a measurement can hold. No machine comes near these; within them every sum, mean and
+// median of scores stays finite, and every count fits an int.
+constexpr double kMaxScorePs = 1e12;
+constexpr qint64 kMaxCpus = 1 << 20;                         // threads and CPUs
+constexpr qint64 kMaxDurationS = 10LL * 366 * 24 * 60 * 60;  // ten years
+constexpr qint64 kMaxMhz = 1000000;
+constexpr qint64 kMaxRamGib = 1LL << 30;
+constexpr qint64 kMinExitValue = -2147483648LL;  // what corebench prints is an int
+constexpr qint64 kMaxExitValue = 2147483647LL;
+
 struct Record {
     QString host;
     QString test;

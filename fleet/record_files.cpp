@@ -1,83 +1,123 @@
 #include "record_files.h"
 
-#include <QDirIterator>
-#include <QFile>
+#include <QDir>
 #include <QFileInfo>
-#include <QSaveFile>
-#include <QSet>
 #include <algorithm>
+#include <set>
 
 #include "record_json.h"
+#include "record_names.h"
+#include "safe_file.h"
 
 namespace {
 
-void loadFile(const QString& path, RecordLoad& load, QSet<QString>& seen) {
-    // A record named twice (a folder and a file in it) still counts once.
-    const QString canonical = QFileInfo(path).canonicalFilePath();
-    if (seen.contains(canonical)) {
-        return;
+class Loader {
+  public:
+    Loader(const QDateTime& now) : now_(now) {}
+
+    void file(const QString& path) {
+        FileIdentity identity;
+        QString error;
+        const std::optional<QByteArray> bytes =
+            readRegularFile(path, kMaxRecordBytes, &identity, &error);
+        if (!bytes) {
+            problem(path, error);
+            return;
+        }
+        // A record named twice (a folder and a file in it) still counts once.
+        if (!seen_.insert(identity).second) {
+            return;
+        }
+        std::optional<Record> record = recordFromJson(*bytes, &error);
+        if (!record) {
+            problem(path, QStringLiteral("invalid record: ") + error);
+        } else if (record->startedAt.secsTo(now_) < -kMaxFutureSecs) {
+            problem(path, QStringLiteral("invalid record: \"started_at\" %1 is in the future")
+                              .arg(record->startedAt.toString(Qt::ISODate)));
+        } else {
+            load_.records.push_back({std::move(*record), path});
+        }
     }
-    seen.insert(canonical);
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        load.problems << QStringLiteral("%1: cannot read: %2").arg(path, file.errorString());
-        return;
+
+    // Every *.json below the folder; links are named, not followed.
+    void folder(const QString& path, bool followLink) {
+        std::vector<FolderEntry> entries;
+        QString error;
+        if (!listFolder(path, followLink, &entries, &error)) {
+            problem(path, error);
+            return;
+        }
+        // Directory order is the file system's; sorted, the output is the same everywhere.
+        std::sort(entries.begin(), entries.end(),
+                  [](const FolderEntry& a, const FolderEntry& b) { return a.name < b.name; });
+        const QDir dir(path);
+        for (const FolderEntry& entry : entries) {
+            const QString child = dir.filePath(entry.name);
+            if (entry.kind == FolderEntry::kFolder) {
+                folder(child, false);
+            } else if (!entry.name.endsWith(QLatin1String(".json"))) {
+                continue;
+            } else if (entry.kind == FolderEntry::kLink) {
+                problem(child, QStringLiteral("a symbolic link, not read"));
+            } else {
+                file(child);  // which names anything but a regular file
+            }
+        }
     }
-    QString error;
-    std::optional<Record> record = recordFromJson(file.readAll(), &error);
-    if (!record) {
-        load.problems << QStringLiteral("%1: invalid record: %2").arg(path, error);
-        return;
+
+    void problem(const QString& path, const QString& reason) {
+        load_.problems << QStringLiteral("%1: %2").arg(path, reason);
     }
-    load.records.push_back({std::move(*record), path});
-}
+
+    RecordLoad take() { return std::move(load_); }
+
+  private:
+    QDateTime now_;
+    RecordLoad load_;
+    std::set<FileIdentity> seen_;
+};
 
 }  // namespace
 
-bool writeFileAtomically(const QString& path, const QByteArray& bytes, QString* error) {
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly)) {
-        *error = QStringLiteral("cannot write %1: %2").arg(path, file.errorString());
-        return false;
-    }
-    file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadGroup |
-                        QFileDevice::ReadOther);
-    if (file.write(bytes) != bytes.size() || !file.commit()) {
-        *error = QStringLiteral("cannot write %1: %2").arg(path, file.errorString());
-        return false;
-    }
-    return true;
-}
-
-RecordLoad loadRecords(const QStringList& paths) {
-    RecordLoad load;
-    QSet<QString> seen;
+RecordLoad loadRecords(const QStringList& paths, const QDateTime& now) {
+    Loader loader(now);
     for (const QString& path : paths) {
+        // A folder named by the caller may be reached through a link; nothing below it is.
         const QFileInfo info(path);
-        if (!info.exists()) {
-            load.problems << QStringLiteral("%1: no such file or folder").arg(path);
+        if (!info.exists() && !info.isSymLink()) {
+            loader.problem(path, QStringLiteral("no such file or folder"));
         } else if (info.isDir()) {
-            if (!info.isReadable() || !info.isExecutable()) {
-                load.problems << QStringLiteral("%1: cannot read the folder").arg(path);
-                continue;
-            }
-            QStringList files;
-            QDirIterator it(path, {QStringLiteral("*.json")}, QDir::Files | QDir::Hidden,
-                            QDirIterator::Subdirectories);
-            while (it.hasNext()) {
-                files << it.next();
-            }
-            // Directory order is the file system's; sorted, the output is the same everywhere.
-            std::sort(files.begin(), files.end());
-            for (const QString& file : files) {
-                loadFile(file, load, seen);
-            }
-        } else if (!info.isFile()) {
-            // A pipe or device could block the whole comparison.
-            load.problems << QStringLiteral("%1: not a regular file").arg(path);
+            loader.folder(path, true);
         } else {
-            loadFile(path, load, seen);
+            loader.file(path);
         }
     }
-    return load;
+    return loader.take();
+}
+
+QStringList hostRecordPaths(const QString& records, const QString& host, QStringList* problems) {
+    QStringList paths;
+    std::vector<FolderEntry> entries;
+    QString error;
+    const QString own = hostFolder(records, host);
+    if (listFolder(own, false, &entries, &error)) {
+        for (const FolderEntry& entry : entries) {
+            if (entry.kind != FolderEntry::kFolder && entry.name.endsWith(QLatin1String(".json"))) {
+                paths << QDir(own).filePath(entry.name);
+            }
+        }
+    } else if (QFileInfo::exists(own) || QFileInfo(own).isSymLink()) {
+        *problems << QStringLiteral("%1: %2").arg(own, error);
+    }
+    entries.clear();
+    if (!listFolder(records, true, &entries, &error)) {
+        *problems << QStringLiteral("%1: %2").arg(records, error);
+    }
+    for (const FolderEntry& entry : entries) {
+        if (entry.kind != FolderEntry::kFolder && isFlatRecordOf(entry.name, host)) {
+            paths << QDir(records).filePath(entry.name);
+        }
+    }
+    std::sort(paths.begin(), paths.end());
+    return paths;
 }

@@ -1,22 +1,33 @@
 #pragma once
 
-// Reading records from files and folders, and writing files atomically.
+// Reading records from files and folders, which anyone who can write there may have planted.
 
-#include <QByteArray>
+#include <QDateTime>
 #include <QString>
 #include <QStringList>
 #include <vector>
 
 #include "record.h"
 
-// Writes the whole file or nothing (a temporary file renamed over it), readable by everyone, so
-// the node exporter, which runs as another user, can read it. False with error on failure.
-bool writeFileAtomically(const QString& path, const QByteArray& bytes, QString* error);
+// Real records are about 1 KB; anything larger is not one.
+constexpr qint64 kMaxRecordBytes = 1 << 20;
+
+// A record may say it started at most this far ahead of the reader's clock (clocks of a farm
+// differ by seconds); one dated later would stay its host's newest for ever.
+constexpr qint64 kMaxFutureSecs = 10 * 60;
 
 struct RecordLoad {
     std::vector<LoadedRecord> records;
-    QStringList problems;  // "<file>: <reason>" for each path that gave no record
+    QStringList problems;  // "<path>: <reason>" for each file or folder that gave no record
 };
 
-// Reads the named files, and every *.json file below the named folders.
-RecordLoad loadRecords(const QStringList& paths);
+// Reads the named files, and every *.json file below the named folders. Only regular files are
+// read, never through a symbolic link; links, other files named *.json, unreadable folders and
+// invalid records are named in problems.
+RecordLoad loadRecords(const QStringList& paths,
+                       const QDateTime& now = QDateTime::currentDateTimeUtc());
+
+// The record files of one host, without opening any other: those in its folder
+// "<records>/<host>" and those of the old flat layout "<records>/<host>-<test>-<time>.json".
+// What cannot be listed is named in problems. Sorted.
+QStringList hostRecordPaths(const QString& records, const QString& host, QStringList* problems);

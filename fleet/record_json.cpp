@@ -6,6 +6,8 @@
 #include <QJsonValue>
 #include <cmath>
 
+#include "record_names.h"
+
 namespace {
 
 const char* const kKeys[] = {
@@ -25,6 +27,10 @@ const char* const kKeys[] = {
 template <typename T>
 QJsonValue orNull(const std::optional<T>& value) {
     return value ? QJsonValue(*value) : QJsonValue(QJsonValue::Null);
+}
+
+bool inRange(double value, double min, double max) {
+    return std::isfinite(value) && value >= min && value <= max;
 }
 
 QJsonValue orNull(const std::optional<qint64>& value) {
@@ -56,29 +62,30 @@ class Reader {
         *out = value.toString();
         return true;
     }
-    bool optionalNumber(const char* key, std::optional<double>* out) {
+    bool optionalNumber(const char* key, std::optional<double>* out, double max) {
         const QJsonValue value = object_.value(QLatin1String(key));
         if (value.isNull()) {
             return true;
         }
-        if (!value.isDouble() || !std::isfinite(value.toDouble())) {
-            return fail(key, "a number or null");
+        if (!value.isDouble() || !inRange(value.toDouble(), 0.0, max)) {
+            return fail(key, "a number or null", 0.0, max);
         }
         *out = value.toDouble();
         return true;
     }
     template <typename T>
-    bool optionalInteger(const char* key, std::optional<T>* out) {
-        std::optional<double> number;
-        if (!optionalNumber(key, &number)) {
-            return false;
+    bool optionalInteger(const char* key, std::optional<T>* out, qint64 min, qint64 max) {
+        const QJsonValue value = object_.value(QLatin1String(key));
+        if (value.isNull()) {
+            return true;
         }
-        if (number) {
-            if (*number != std::floor(*number) || std::fabs(*number) > 9.0e15) {
-                return fail(key, "an integer or null");
-            }
-            *out = static_cast<T>(*number);
+        const double number = value.toDouble();
+        if (!value.isDouble() || number != std::floor(number) ||
+            !inRange(number, static_cast<double>(min), static_cast<double>(max))) {
+            return fail(key, "an integer or null", static_cast<double>(min),
+                        static_cast<double>(max));
         }
+        *out = static_cast<T>(number);
         return true;
     }
     bool optionalBool(const char* key, std::optional<bool>* out) {
@@ -92,14 +99,14 @@ class Reader {
         *out = value.toBool();
         return true;
     }
-    bool numbers(const char* key, QVector<double>* out) {
+    bool numbers(const char* key, QVector<double>* out, double max) {
         const QJsonValue value = object_.value(QLatin1String(key));
         if (!value.isArray()) {
             return fail(key, "an array of numbers");
         }
         for (const QJsonValue& item : value.toArray()) {
-            if (!item.isDouble() || !std::isfinite(item.toDouble())) {
-                return fail(key, "an array of numbers");
+            if (!item.isDouble() || !inRange(item.toDouble(), 0.0, max)) {
+                return fail(key, "an array of numbers", 0.0, max);
             }
             out->append(item.toDouble());
         }
@@ -118,9 +125,27 @@ class Reader {
         }
         return true;
     }
+    bool name(const char* key, QString* out) {
+        if (!string(key, out)) {
+            return false;
+        }
+        if (!isValidName(*out)) {
+            *error_ = QStringLiteral(
+                          "\"%1\" is not a valid name (letters, digits, '.', '_' and "
+                          "'-', at most 63)")
+                          .arg(QLatin1String(key));
+            return false;
+        }
+        return true;
+    }
     bool fail(const char* key, const char* expected) {
         *error_ =
             QStringLiteral("\"%1\" is not %2").arg(QLatin1String(key), QLatin1String(expected));
+        return false;
+    }
+    bool fail(const char* key, const char* expected, double min, double max) {
+        fail(key, expected);
+        *error_ += QStringLiteral(" from %1 to %2").arg(min, 0, 'g', 12).arg(max, 0, 'g', 12);
         return false;
     }
 
@@ -193,21 +218,21 @@ std::optional<Record> recordFromJson(const QByteArray& bytes, QString* error) {
     Reader read(object, error);
     QString startedAt;
     std::optional<int> threads;
-    if (!read.string("host", &record.host) || !read.string("test", &record.test) ||
+    if (!read.name("host", &record.host) || !read.name("test", &record.test) ||
         !read.string("started_at", &startedAt) || !read.string("source", &record.source) ||
-        !read.optionalNumber("duration_s", &record.durationS) ||
-        !read.optionalInteger("threads", &threads) ||
-        !read.numbers("thread_ps", &record.threadPs) ||
-        !read.optionalNumber("ps_result", &record.psResult) ||
-        !read.optionalInteger("exit_value", &record.exitValue) ||
-        !read.optionalInteger("status", &record.status) ||
+        !read.optionalNumber("duration_s", &record.durationS, kMaxDurationS) ||
+        !read.optionalInteger("threads", &threads, 0, kMaxCpus) ||
+        !read.numbers("thread_ps", &record.threadPs, kMaxScorePs) ||
+        !read.optionalNumber("ps_result", &record.psResult, kMaxScorePs) ||
+        !read.optionalInteger("exit_value", &record.exitValue, kMinExitValue, kMaxExitValue) ||
+        !read.optionalInteger("status", &record.status, 0, 255) ||
         !read.optionalString("cpu_model", &record.cpuModel) ||
-        !read.optionalInteger("logical_cpus", &record.logicalCpus) ||
-        !read.optionalInteger("physical_cpus", &record.physicalCpus) ||
+        !read.optionalInteger("logical_cpus", &record.logicalCpus, 0, kMaxCpus) ||
+        !read.optionalInteger("physical_cpus", &record.physicalCpus, 0, kMaxCpus) ||
         !read.optionalBool("hyperthreading", &record.hyperthreading) ||
-        !read.optionalInteger("mhz_current", &record.mhzCurrent) ||
-        !read.optionalInteger("mhz_max", &record.mhzMax) ||
-        !read.optionalInteger("ram_gib", &record.ramGib) ||
+        !read.optionalInteger("mhz_current", &record.mhzCurrent, 0, kMaxMhz) ||
+        !read.optionalInteger("mhz_max", &record.mhzMax, 0, kMaxMhz) ||
+        !read.optionalInteger("ram_gib", &record.ramGib, 0, kMaxRamGib) ||
         !read.optionalString("os", &record.os) || !read.strings("errors", &record.errors) ||
         !read.optionalString("corebench_sha256", &record.corebenchSha256)) {
         return std::nullopt;

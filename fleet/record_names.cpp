@@ -1,24 +1,34 @@
 #include "record_names.h"
 
-namespace {
+#include <QDir>
+#include <QRegularExpression>
 
-QString sanitized(const QString& text) {
-    QString result;
-    for (const QChar c : text) {
-        const bool plain = (c >= QLatin1Char('a') && c <= QLatin1Char('z')) ||
-                           (c >= QLatin1Char('A') && c <= QLatin1Char('Z')) ||
-                           (c >= QLatin1Char('0') && c <= QLatin1Char('9')) ||
-                           c == QLatin1Char('_') || c == QLatin1Char('-') || c == QLatin1Char('.');
-        result += plain ? c : QLatin1Char('_');
-    }
-    return result.isEmpty() ? QStringLiteral("unknown") : result;
+#include "test_names.h"
+
+bool isValidName(const QString& name) {
+    static const QRegularExpression pattern(QStringLiteral("^[A-Za-z0-9][A-Za-z0-9._-]{0,62}$"));
+    return pattern.match(name).hasMatch();
 }
 
-}  // namespace
-
 QString recordBaseName(const QString& host, const QString& test, const QDateTime& startedAt) {
-    return sanitized(host) + QLatin1Char('-') + sanitized(test) + QLatin1Char('-') +
+    return host + QLatin1Char('-') + test + QLatin1Char('-') +
            startedAt.toUTC().toString(QStringLiteral("yyyyMMdd'T'HHmmss'Z'"));
+}
+
+QString hostFolder(const QString& records, const QString& host) {
+    return QDir(records).filePath(host);
+}
+
+bool isFlatRecordOf(const QString& fileName, const QString& host) {
+    // Test names hold no '-', so the test is what stands between the host and the time.
+    static const QRegularExpression rest(
+        QStringLiteral("^([A-Za-z0-9]+)-\\d{8}T\\d{6}Z(-\\d+)?\\.json$"));
+    if (!fileName.startsWith(host + QLatin1Char('-'))) {
+        return false;
+    }
+    const QRegularExpressionMatch match = rest.match(fileName.mid(host.size() + 1));
+    return match.hasMatch() && canonicalTestName(match.captured(1)) == match.captured(1) &&
+           !match.captured(1).isEmpty();
 }
 
 QString shortHostName(const QString& name) {

@@ -15,10 +15,10 @@
 #include "log_parser.h"
 #include "prom_file.h"
 #include "pseudo_terminal.h"
-#include "record_files.h"
 #include "record_from_log.h"
 #include "record_json.h"
 #include "record_names.h"
+#include "safe_file.h"
 #include "test_names.h"
 
 namespace {
@@ -85,15 +85,19 @@ int runCommand(const QStringList& arguments) {
         return kStatusNotFound;
     }
 
-    const QString out = parser.value(QStringLiteral("out"));
-    if (!QDir().mkpath(out)) {
-        printMessage(QStringLiteral("cannot create the folder %1").arg(out));
-        return kStatusUnwritable;
-    }
     RecordOrigin origin;
     origin.host = shortHostName(QSysInfo::machineHostName());
-    if (origin.host.isEmpty()) {
-        origin.host = QStringLiteral("unknown");
+    if (!isValidName(origin.host)) {
+        printMessage(invalidHostMessage(origin.host));
+        return kStatusUsage;
+    }
+    const QString out = parser.value(QStringLiteral("out"));
+    const QString folder = hostFolder(out, origin.host);
+    QString error;
+    if (!QDir().mkpath(out) || !makeFolder(folder, &error)) {
+        printMessage(error.isEmpty() ? QStringLiteral("cannot create the folder %1").arg(out)
+                                     : error);
+        return kStatusUnwritable;
     }
     const QString testWord = corebenchArguments.value(0);
     origin.test = canonicalTestName(testWord);
@@ -101,14 +105,21 @@ int runCommand(const QStringList& arguments) {
     origin.corebenchSha256 = sha256;
     origin.source = QStringLiteral("run");
     // An unknown test name makes corebench print its usage, which then does not parse; the
-    // files still carry the name that was asked for.
-    const QString baseName = QDir(out).filePath(recordBaseName(
-        origin.host, origin.test.isEmpty() ? testWord : origin.test, origin.startedAt));
-    QFile log(baseName + QStringLiteral(".log"));
-    if (!log.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-        printMessage(QStringLiteral("cannot write %1: %2").arg(log.fileName(), log.errorString()));
+    // files still carry the name that was asked for when it is a valid one.
+    const QString fileTest = !origin.test.isEmpty()  ? origin.test
+                             : isValidName(testWord) ? testWord
+                                                     : QStringLiteral("unknown");
+    QFile log;
+    const QString logName = createNewFile(
+        QDir(folder).filePath(recordBaseName(origin.host, fileTest, origin.startedAt) +
+                              QStringLiteral(".log")),
+        &log, &error);
+    if (logName.isEmpty()) {
+        printMessage(error);
         return kStatusUnwritable;
     }
+    // The record takes the log's name, numbered as it was when another run had the same second.
+    const QString recordPath = logName.left(logName.size() - 4) + QStringLiteral(".json");
 
     QProcess process;
     process.setProgram(corebenchInfo.absoluteFilePath());
@@ -124,7 +135,8 @@ int runCommand(const QStringList& arguments) {
     process.start();
     if (!process.waitForStarted(-1)) {
         printMessage(QStringLiteral("cannot start %1: %2").arg(corebench, process.errorString()));
-        log.remove();
+        log.close();
+        QFile::remove(logName);
         return kStatusNotFound;
     }
     terminal.closeChildSide();
@@ -160,7 +172,7 @@ int runCommand(const QStringList& arguments) {
     process.waitForFinished(-1);
     take(process.readAllStandardOutput());
     origin.durationS = static_cast<double>(timer.elapsed()) / 1000.0;
-    if (!log.flush() || logFailed) {
+    if (!syncFile(&log)) {
         logFailed = true;
     }
     log.close();
@@ -169,7 +181,7 @@ int runCommand(const QStringList& arguments) {
         printMessage(QStringLiteral("corebench was killed by a signal or crashed after %1 s; no "
                                     "record written; its output is kept in %2")
                          .arg(*origin.durationS, 0, 'f', 1)
-                         .arg(log.fileName()));
+                         .arg(logName));
         return kStatusCrashed;
     }
     origin.status = process.exitCode();
@@ -179,11 +191,11 @@ int runCommand(const QStringList& arguments) {
                                     "record written; the raw log is kept in %3")
                          .arg(parsed.problem)
                          .arg(*origin.status)
-                         .arg(log.fileName()));
+                         .arg(logName));
         return kStatusUnparsed;
     }
     if (logFailed) {
-        printMessage(QStringLiteral("cannot write the log %1").arg(log.fileName()));
+        printMessage(QStringLiteral("cannot write the log %1").arg(logName));
         return kStatusUnwritable;
     }
     QString warning;
@@ -191,13 +203,12 @@ int runCommand(const QStringList& arguments) {
     if (!warning.isEmpty()) {
         printMessage(warning);
     }
-    QString error;
-    const QString recordPath = baseName + QStringLiteral(".json");
-    if (!writeFileAtomically(recordPath, recordToBytes(record), &error)) {
+    const QString written = publishNewFile(recordPath, recordToBytes(record), &error);
+    if (written.isEmpty()) {
         printMessage(error);
         return kStatusUnwritable;
     }
-    printMessage(QStringLiteral("recorded %1").arg(recordPath));
+    printMessage(QStringLiteral("recorded %1").arg(written));
     if (parser.isSet(QStringLiteral("prom")) &&
         !writePromFile(record, parser.value(QStringLiteral("prom")))) {
         return kStatusUnwritable;

@@ -11,22 +11,18 @@
 
 namespace {
 
+// Two real workers finish and both are added; the lines' format is pinned by ResultText's tests.
 TEST(PsTestRunThreads, SpeedRunOfTwoWorkersReportsBothAndTheResult) {
     QString text;
-    bool verbose = false;
-    bool speed = true;
-    bool scaleOneWorker = false;
+    bool verbose = false, speed = true, scaleOneWorker = false;
     const std::optional<float> ps =
         runSingleCoreTest(text, verbose, speed, scaleOneWorker, 2, nullptr, nullptr);
     ASSERT_TRUE(ps.has_value());
-
-    // One worker per CPU of the hint, unscaled.
-    const QString worker = ": \\d+\\.\\d{3}PS \\(\\d{1,3}( \\d{3})* ms, 10 loops\\)\n";
-    EXPECT_TRUE(matchesFully(text.toStdString(),
-                             "CPU PS Test\\.\\.\\.\nCreating 2 threads\n[\\s\\S]*CPU Description:"
-                             "[\\s\\S]*adding thread 0" +
-                                 worker + "adding thread 1" + worker +
-                                 "=totalSpeed .*\nPS_Result: " + QString::number(*ps, 'f', 3)))
+    EXPECT_TRUE(
+        matchesFully(text.toStdString(),
+                     "CPU PS Test\\.\\.\\.\nCreating 2 threads\n[\\s\\S]*\nadding thread 0: "
+                     ".*\nadding thread 1: .*\n=totalSpeed .*\nPS_Result: " +
+                         QString::number(*ps, 'f', 3)))
         << text.toStdString();
 }
 

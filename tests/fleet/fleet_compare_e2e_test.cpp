@@ -19,8 +19,9 @@ class FleetCompareProgram : public ::testing::Test {
         const FleetResult seed =
             runFleet({"import", "--out", path("seed"), FLEET_TEST_DATA "/singlespeed-plain.log"});
         ASSERT_EQ(seed.status, 0) << seed.err.toStdString();
+        const QDir seedDir(path("seed/singlespeed-plain"));
         pattern = QJsonDocument::fromJson(
-                      readFile(path("seed/") + QDir(path("seed")).entryList({"*.json"}).value(0)))
+                      readFile(seedDir.filePath(seedDir.entryList({"*.json"}).value(0))))
                       .object();
         ASSERT_FALSE(pattern.isEmpty());
         for (int i = 0; i < 5; ++i) {
@@ -44,25 +45,20 @@ class FleetCompareProgram : public ::testing::Test {
 
 TEST_F(FleetCompareProgram, ExitsZeroOrOneByWhatItFinds) {
     // Five nodes from nested folders, one also named on its own: each counts once (one record).
+    // How rows are judged and formatted is FleetCompare's and CompareFormat's.
     const FleetResult clean =
         runFleet({"compare", "--format", "csv", path("fleet"), path("fleet/rack0/n0.json")});
     EXPECT_EQ(clean.status, 0) << clean.err.toStdString();
     EXPECT_TRUE(clean.err.isEmpty());
-    EXPECT_EQ(clean.out.count('\n'), 6);
-    EXPECT_EQ(clean.out.count(",no,,"), 5);
-    EXPECT_EQ(clean.out.count(",1,2,"), 5) << clean.out.toStdString();
+    EXPECT_EQ(clean.out.count(",no,,"), 5) << clean.out.toStdString();
 
     addRecord("fleet/slow.json", "n9", 15.0);
     EXPECT_EQ(runFleet({"compare", path("fleet")}).status, 1);
-    const FleetResult flagged = runFleet({"compare", "--format", "csv", path("fleet")});
-    EXPECT_TRUE(flagged.out.split('\n').value(1).startsWith("n9,SingleSpeed,"))
-        << flagged.out.toStdString();
-    EXPECT_EQ(flagged.out.count(",yes,"), 1);
     EXPECT_EQ(runFleet({"compare", "--floor", "0.5", "--z", "100", path("fleet")}).status, 0);
-    const FleetResult json = runFleet({"compare", "--format", "json", path("fleet")});
-    EXPECT_EQ(QJsonDocument::fromJson(json.out).object().value("rows").toArray().size(), 6);
 }
 
+// Files anyone with write access to the folder could plant: each is named with its reason, none
+// is followed, waited on or read whole, and the good records are still compared.
 TEST_F(FleetCompareProgram, BadInputIsNamedAndTheRestStillCounts) {
     writeFile(path("fleet/notjson.json"), "{\"schema\": 1");
     QJsonObject incomplete = pattern;
@@ -70,43 +66,44 @@ TEST_F(FleetCompareProgram, BadInputIsNamedAndTheRestStillCounts) {
     writeFile(path("fleet/incomplete.json"), QJsonDocument(incomplete).toJson());
     writeFile(path("fleet/list.json"), "[]");
     writeFile(path("fleet/n0.log"), "not a record, not read");  // only *.json in folders
-    ASSERT_EQ(mkfifo(qPrintable(path("pipe.json")), 0644), 0);
+    QJsonObject future = pattern;
+    future.insert("started_at", "2099-01-01T00:00:00Z");  // would stay its host's newest
+    writeFile(path("fleet/future.json"), QJsonDocument(future).toJson());
+    // A pipe and a device block a reader; a large sparse file costs its size in memory; a link
+    // to a root-only file would be read as root.
+    ASSERT_EQ(mkfifo(qPrintable(path("pipe")), 0644), 0);
+    ASSERT_EQ(symlink(qPrintable(path("pipe")), qPrintable(path("fleet/kmsg.json"))), 0);
+    ASSERT_EQ(mkfifo(qPrintable(path("fleet/pipe.json")), 0644), 0);
+    writeFile(path("shadow"), QJsonDocument(pattern).toJson());
+    ASSERT_EQ(symlink(qPrintable(path("shadow")), qPrintable(path("fleet/shadow.json"))), 0);
+    writeFile(path("fleet/sparse.json"), "{");
+    ASSERT_TRUE(QFile::resize(path("fleet/sparse.json"), 3LL << 30));
+    QDir().mkpath(path("fleet/closed"));
+    QFile::setPermissions(path("fleet/closed"), QFile::Permissions());
     writeFile(path("locked.json"), QJsonDocument(pattern).toJson(), QFile::Permissions());
-    const bool root = geteuid() == 0;  // root reads every file
-    const FleetResult result =
-        runFleet({"compare", "--format", "csv", path("fleet"), path("nothing-here"),
-                  path("pipe.json"), path("locked.json")},
-                 COREBENCH_FLEET, 30000);
+    const bool root = geteuid() == 0;  // root reads every file and folder
+    const FleetResult result = runFleet(
+        {"compare", "--format", "csv", path("fleet"), path("nothing-here"), path("locked.json")},
+        COREBENCH_FLEET, 30000);
     EXPECT_EQ(result.status, 2);
     const QString err = QString::fromUtf8(result.err);
     for (const QString& message :
          {path("fleet/notjson.json") + ": invalid record: not JSON",
           path("fleet/incomplete.json") + ": invalid record: key \"cpu_model\" is missing",
           path("fleet/list.json") + ": invalid record: not a JSON object",
+          path("fleet/future.json") + ": invalid record: \"started_at\" 2099-01-01T00:00:00Z is "
+                                      "in the future",
+          path("fleet/kmsg.json") + ": a symbolic link, not read",
+          path("fleet/shadow.json") + ": a symbolic link, not read",
+          path("fleet/pipe.json") + ": not a regular file",
+          path("fleet/sparse.json") + ": larger than 1048576 bytes",
           path("nothing-here") + ": no such file or folder",
-          path("pipe.json") + ": not a regular file",
+          root ? QString() : path("fleet/closed") + ": cannot read the folder",
           root ? QString() : path("locked.json") + ": cannot read"}) {
         EXPECT_TRUE(err.contains(message)) << err.toStdString();
     }
     EXPECT_FALSE(err.contains("n0.log"));
     EXPECT_EQ(result.out.count('\n'), root ? 7 : 6) << "the good records are still compared";
-}
-
-TEST_F(FleetCompareProgram, UsageErrors) {
-    QDir().mkpath(path("empty"));
-    const std::pair<QStringList, const char*> cases[] = {
-        {{"compare"}, "at least one PATH"},
-        {{"compare", path("empty")}, "no records found"},
-        {{"compare", "--format", "xml", path("seed")}, "--format must be"},
-        {{"compare", "--floor", "-1", path("seed")}, "--floor must be"},
-        {{"compare", "--z", "abc", path("seed")}, "--z must be"},
-        {{"compare", "--colour", path("seed")}, "Unknown option"},
-    };
-    for (const auto& [arguments, message] : cases) {
-        const FleetResult result = runFleet(arguments);
-        EXPECT_EQ(result.status, 2) << message;
-        EXPECT_TRUE(result.err.contains(message)) << result.err.toStdString();
-    }
 }
 
 }  // namespace

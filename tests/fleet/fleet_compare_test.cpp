@@ -5,7 +5,9 @@
 #include <gtest/gtest.h>
 
 #include "compare_format.h"
+#include "fleet_summary.h"
 #include "fleet_test_support.h"
+#include "node_verdict.h"
 
 namespace {
 
@@ -154,3 +156,66 @@ TEST(CompareFormat, JsonAndTableCarryTheSameColumns) {
 }
 
 }  // namespace
+
+// check's decision for one node, from the summary as compare writes it (through its JSON) and the
+// node's own records.
+TEST(NodeVerdict, DecidesFromTheSummaryAndNewerOwnRecords) {
+    std::vector<LoadedRecord> fleet{node("n1", 100), node("n2", 101), node("n3", 99),
+                                    node("n4", 100), node("n5", 102), node("n6", 60)};
+    std::vector<GroupStats> groups;
+    const std::vector<CompareRow> rows = compareRecords(fleet, CompareOptions(), &groups);
+    QString error;
+    const std::optional<FleetSummary> summary = summaryFromJson(
+        summaryToJson(rows, groups, CompareOptions(), QDateTime::currentDateTimeUtc()), &error);
+    ASSERT_TRUE(summary) << error.toStdString();
+    LoadedRecord stranger = node("n2", 10, "EPYC 7543", 5);
+    const auto later = [](const char* host, double ps, const char* model = "EPYC 7543") {
+        return node(host, ps, model, 2);
+    };
+    const qint64 kDays3 = 3 * 86400;
+    const QDateTime now(QDate(2026, 11, 10), QTime(0, 0), Qt::UTC);
+    struct Row {
+        const char* host;
+        const char* test;
+        std::vector<LoadedRecord> own;
+        std::optional<double> floor;
+        std::optional<qint64> maxAgeS;
+        const char* line;  // the start of the line
+    };
+    const Row table[] = {
+        {"n1", "All", {node("n1", 100)}, {}, {}, "healthy: All 100.000 PS at 2026-11-01T12:00:00Z"},
+        {"n1", "all", {}, {}, {}, "healthy: all 100.000 PS at 2026-11-01T12:00:00Z"},
+        {"n6", "All", {node("n6", 60)}, {}, {}, "drain: flagged by compare (robust z -"},
+        // Newer than the summary: judged against the summary's group.
+        {"n6", "All", {later("n6", 100)}, {}, {}, "healthy: All 100.000 PS at 2026-11-02"},
+        {"n1", "All", {later("n1", 60)}, {}, {}, "drain: flagged by compare (robust z -"},
+        {"n1", "All", {later("n1", 10, "New CPU")}, {}, {}, "healthy: All 10.000 PS at 2026-11-02"},
+        {"n1", "All", {stranger}, {}, {}, "healthy: All 100.000 PS at 2026-11-01"},
+        {"n1", "All", {}, 150.5, {}, "drain: 100.000 PS below floor 150.5"},
+        {"n1", "All", {}, 50, kDays3, "drain: newest record (2026-11-01T12:00:00Z) older than 3d"},
+        {"n6", "All", {}, 90, kDays3, "drain: flagged by compare (robust z -"},
+        {"nX", "All", {}, 50, kDays3, "drain: no All record of nX in /records"},
+        {"nX", "All", {}, 50, {}, "healthy: no All record of nX"},
+    };
+    for (const Row& row : table) {
+        const CheckRequest request{row.host, row.test,   row.floor, row.maxAgeS,
+                                   "3d",     "/records", now};
+        const NodeVerdict verdict = decideNode(*summary, row.own, request);
+        EXPECT_TRUE(verdict.line.startsWith(QLatin1String(row.line)))
+            << row.host << " " << row.line << ": " << verdict.line.toStdString();
+        EXPECT_EQ(verdict.verdict == Verdict::Drain, verdict.line.startsWith("drain"));
+    }
+    EXPECT_FALSE(summaryFromJson(R"({"kind":"corebench-summary","schema":2})", &error));
+    EXPECT_FALSE(summaryFromJson(summaryToJson(rows, groups, {0.9, 3.5}, {}), &error));
+}
+
+TEST(NodeVerdict, AgesWithinTenYears) {
+    for (const char* bad : {"3651d", "0", "8w", "", "-1", "999999999999999d"}) {
+        EXPECT_FALSE(parseAge(bad)) << bad;
+    }
+    const std::pair<const char*, qint64> good[] = {
+        {"3600", 3600}, {"90m", 5400}, {"36h", 129600}, {"8d", 691200}, {"3650d", 315360000}};
+    for (const auto& row : good) {
+        EXPECT_EQ(parseAge(row.first), row.second) << row.first;
+    }
+}

@@ -2,10 +2,12 @@
 // output, crash, print nothing or cannot start, and once with the real corebench.
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <QCryptographicHash>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QFileInfo>
 #include <QRegularExpression>
 #include <QSysInfo>
 #include <QTemporaryDir>
@@ -15,6 +17,8 @@
 namespace {
 
 const QString kData = QStringLiteral(FLEET_TEST_DATA);
+// run keeps a host's files in a folder of its own below --out.
+const QString kHost = QSysInfo::machineHostName().section('.', 0, 0);
 
 QStringList filesIn(const QString& dir, const QString& pattern = "*") {
     return QDir(dir).entryList({pattern}, QDir::Files, QDir::Name);
@@ -63,13 +67,13 @@ TEST_F(FleetRun, RecordsWhatCorebenchPrintedAndPassesItThrough) {
     EXPECT_EQ(readFile(path("args")), "[SingleSpeed][exitCodeThreshold][-1][a b][LoremIpsum]");
 
     // Record and log share their name: the short host name, the test and the UTC start.
-    const QJsonObject record = onlyRecord(path("out"));
-    const QString host = QSysInfo::machineHostName().section('.', 0, 0);
+    const QJsonObject record = onlyRecord(path("out/") + kHost);
+    const QString host = kHost;
     const QDateTime started = QDateTime::fromString(record["started_at"].toString(), Qt::ISODate);
     EXPECT_LE(std::abs(started.secsTo(QDateTime::currentDateTimeUtc())), 120);
     const QString base = host + "-SingleSpeed-" + started.toUTC().toString("yyyyMMdd'T'HHmmss'Z'");
-    EXPECT_EQ(filesIn(path("out")), (QStringList{base + ".json", base + ".log"}));
-    EXPECT_EQ(readFile(path("out/") + base + ".log"), captured);
+    EXPECT_EQ(filesIn(path("out/") + host), (QStringList{base + ".json", base + ".log"}));
+    EXPECT_EQ(readFile(path("out/") + host + "/" + base + ".log"), captured);
     EXPECT_EQ(record["host"].toString(), host);
     EXPECT_EQ(record["corebench_sha256"].toString(), sha256(corebench));
     expectJsonHas(record, R"({"source": "run", "status": 24, "ps_result": 24.488})");
@@ -91,7 +95,7 @@ TEST_F(FleetRun, DefaultsToTheCorebenchBesideItAndTheAllTest) {
     ASSERT_EQ(result.status, 0) << result.err.toStdString();
     EXPECT_EQ(readFile(path("args")), QByteArray());
     // What corebench printed and what the shell saw differ for a zero divider.
-    expectJsonHas(onlyRecord(path("out")),
+    expectJsonHas(onlyRecord(path("out/") + kHost),
                   R"({"test": "All", "exit_value": -2147483648, "status": 0})");
 }
 
@@ -119,27 +123,23 @@ TEST_F(FleetRun, FailuresGiveTheirStatusAndKeepTheLog) {
         EXPECT_EQ(result.status, status);
         EXPECT_TRUE(result.err.contains(message)) << result.err.toStdString();
         // No record; a corebench that ran leaves its log, and the message names it.
-        const QStringList files = filesIn(out);
+        const QStringList files = filesIn(out + "/" + kHost);
         ASSERT_EQ(files.size(), status == 3 ? 0 : 1);
         EXPECT_TRUE(files.isEmpty() ||
                     (files[0].endsWith(".log") && result.err.contains(files[0].toUtf8())));
     }
 }
 
-TEST_F(FleetRun, UnwritableFoldersAndBadArguments) {
+TEST_F(FleetRun, UnwritableFoldersRunNothing) {
     const QString corebench = replaying("singlespeed-divider1.log", 22);
     writeFile(path("plainfile"), "x");
-    EXPECT_EQ(runFleet({"run", "--corebench", corebench, "--out", path("plainfile/sub")}).status,
-              6);
-    EXPECT_FALSE(QFile::exists(path("args"))) << "nothing is run when nothing can be kept";
-    EXPECT_EQ(runFleet({"run", "--corebench", corebench, "--out", path("o2"), "--prom",
-                        path("plainfile/prom")})
-                  .status,
-              6);
-    EXPECT_EQ(filesIn(path("o2"), "*.json").size(), 1) << "the record is written before the .prom";
-    for (const QStringList& arguments : {QStringList{"run", "--bogus"}, {"frobnicate"}, {}}) {
-        EXPECT_EQ(runFleet(arguments).status, 2) << arguments.join(' ').toStdString();
+    QDir().mkpath(path("linked"));
+    // The host's folder planted as a link: its records would go where it points.
+    ASSERT_EQ(symlink(qPrintable(path("elsewhere")), qPrintable(path("linked/") + kHost)), 0);
+    for (const char* out : {"plainfile/sub", "linked"}) {
+        EXPECT_EQ(runFleet({"run", "--corebench", corebench, "--out", path(out)}).status, 6);
     }
+    EXPECT_FALSE(QFile::exists(path("args"))) << "nothing is run when nothing can be kept";
 }
 
 TEST_F(FleetRun, ImportsExistingLogs) {
@@ -160,11 +160,11 @@ TEST_F(FleetRun, ImportsExistingLogs) {
     EXPECT_TRUE(result.err.contains("broken.log: corebench's output did not parse"));
     EXPECT_TRUE(result.err.contains("missing.log: cannot read")) << result.err.toStdString();
     // The run ended at the log's time and took Time_Exec (239 s).
-    const QStringList records = filesIn(path("records"));
-    ASSERT_EQ(records.size(), 2);
-    EXPECT_EQ(records[0], QStringLiteral("node03-AllVerbose-20240229T235600Z.json"));
-    EXPECT_TRUE(records[1].startsWith("node04-SingleSpeed-")) << records[1].toStdString();
-    expectJsonHas(QJsonDocument::fromJson(readFile(path("records/") + records[0])).object(),
+    EXPECT_EQ(filesIn(path("records")), QStringList()) << "each host has its folder";
+    EXPECT_TRUE(filesIn(path("records/node04")).value(0).startsWith("node04-SingleSpeed-"));
+    EXPECT_EQ(filesIn(path("records/node03")),
+              QStringList{"node03-AllVerbose-20240229T235600Z.json"});
+    expectJsonHas(onlyRecord(path("records/node03")),
                   R"({"source": "import", "status": null, "corebench_sha256": null,
                       "duration_s": 239})");
     EXPECT_TRUE(runFleet({"history", "node03", path("records")})
@@ -177,9 +177,109 @@ TEST_F(FleetRun, ImportsExistingLogs) {
                                         "--out", path("named"), path("logs/node04.log")});
     EXPECT_EQ(named.status, 0);
     EXPECT_TRUE(named.err.contains("only its last run")) << named.err.toStdString();
-    expectJsonHas(onlyRecord(path("named")), R"({"host": "render-9", "test": "Single5"})");
-    EXPECT_EQ(runFleet({"import", "--test", "Quick", path("logs/node04.log")}).status, 2);
-    EXPECT_EQ(runFleet({"import"}).status, 2);
+    expectJsonHas(onlyRecord(path("named/render-9")), R"({"host": "render-9", "test": "Single5"})");
+}
+
+// Links another user could plant where the next runs' log and record and the .prom go: none is
+// written through, the files take the next free name, the .prom link is replaced.
+TEST_F(FleetRun, WritesNoFileThroughALink) {
+    writeFile(path("victim"), "root only");
+    const QString folder = path("out/") + kHost;
+    QDir().mkpath(folder);
+    QDir().mkpath(path("prom"));
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    for (int second = 0; second < 60; ++second) {
+        for (const char* suffix : {".log", ".json"}) {
+            const QString name = folder + "/" + kHost + "-SingleSpeed-" +
+                                 now.addSecs(second).toString("yyyyMMdd'T'HHmmss'Z'") + suffix;
+            ASSERT_EQ(symlink(qPrintable(path("victim")), qPrintable(name)), 0);
+        }
+    }
+    ASSERT_EQ(symlink(qPrintable(path("victim")), qPrintable(path("prom/corebench.prom"))), 0);
+    const FleetResult result =
+        runFleet({"run", "--corebench", replaying("singlespeed-divider1.log", 22), "--out",
+                  path("out"), "--prom", path("prom"), "--", "SingleSpeed"});
+    ASSERT_EQ(result.status, 0) << result.err.toStdString();
+    EXPECT_EQ(readFile(path("victim")), "root only");
+    EXPECT_EQ(QDir(folder).entryList({"*-2.*"}, QDir::Files | QDir::NoSymLinks).size(), 2);
+    EXPECT_FALSE(QFileInfo(path("prom/corebench.prom")).isSymLink());
+    EXPECT_TRUE(readFile(path("prom/corebench.prom")).contains("test=\"SingleSpeed\"} 22.444"));
+}
+
+// Two tests ending together on a node both keep their series in the one .prom.
+TEST(FleetProm, WritersEndingTogetherBothSurvive) {
+    for (int round = 0; round < 5; ++round) {
+        QTemporaryDir dir;
+        QProcess writers[2];
+        const char* logs[] = {"singlespeed-plain.log", "allverbose-divider0-houdini.log"};
+        for (int i = 0; i < 2; ++i) {
+            writers[i].start(COREBENCH_FLEET, {"import", "--host", "n1", "--out", dir.path(),
+                                               "--prom", dir.path(), kData + "/" + logs[i]});
+        }
+        for (QProcess& writer : writers) {
+            ASSERT_TRUE(writer.waitForFinished(60000));
+            EXPECT_EQ(writer.exitCode(), 0);
+        }
+        const QByteArray prom = readFile(dir.filePath("corebench.prom"));
+        EXPECT_TRUE(prom.contains("corebench_score_ps{test=\"SingleSpeed\"}")) << round;
+        EXPECT_TRUE(prom.contains("corebench_score_ps{test=\"AllVerbose\"}")) << round;
+    }
+}
+
+// A full disk under the records, then under the .prom only: status 6, no "recorded" for what was
+// not, nothing that looks like a record, the old .prom kept.
+TEST(FleetFullDisk, NothingRecordedAndTheOldPromKept) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "a tmpfs in a private mount namespace needs root";
+    }
+    QTemporaryDir dir;
+    const char* script = R"(cd "$1" || exit 90
+mkdir full roomy && mount -t tmpfs -o size=64k tmpfs full && mount -t tmpfs tmpfs roomy || exit 91
+for d in full roomy; do mkdir -p $d/records/n1 $d/prom && echo old > $d/prom/corebench.prom; done
+head -c 1m /dev/zero > full/fill 2>/dev/null
+"$2" import --host n1 --out full/records --prom full/prom "$3" 2> err1; echo $? > rc1
+"$2" import --host n1 --out roomy/records --prom full/prom "$3" 2> err2; echo $? > rc2
+find full roomy -type f ! -name fill | sort > files; cat full/prom/corebench.prom > prom)";
+    const FleetResult result = runFleet({"-m", "bash", "-c", script, "_", dir.path(),
+                                         COREBENCH_FLEET, kData + "/singlespeed-plain.log"},
+                                        "unshare");
+    ASSERT_EQ(result.status, 0) << result.err.toStdString();
+    const QByteArray err1 = readFile(dir.filePath("err1"));
+    EXPECT_EQ(readFile(dir.filePath("rc1")), "6\n") << err1.toStdString();
+    EXPECT_FALSE(err1.contains("recorded"));
+    EXPECT_EQ(readFile(dir.filePath("rc2")), "6\n");
+    EXPECT_TRUE(readFile(dir.filePath("err2")).contains("recorded roomy/records/n1/"));
+    const QStringList files = QString::fromUtf8(readFile(dir.filePath("files"))).split('\n');
+    EXPECT_EQ(files.filter(".json").size(), 1) << files.join(' ').toStdString();
+    EXPECT_TRUE(files.filter(".tmp").isEmpty()) << files.join(' ').toStdString();
+    EXPECT_EQ(readFile(dir.filePath("prom")), "old\n");
+}
+
+TEST(FleetProgram, RefusesBadArgumentsWithStatus2) {
+    QTemporaryDir dir;
+    const QString log = kData + "/singlespeed-plain.log";
+    const std::pair<QStringList, const char*> cases[] = {
+        {{}, "Usage:"},
+        {{"frobnicate"}, "unknown command"},
+        {{"run", "--bogus"}, "Unknown option"},
+        {{"import"}, "at least one LOG"},
+        {{"import", "--test", "Quick", log}, "unknown test"},
+        // A name that would make CSV rows, start an option or leave the folder.
+        {{"import", "--host", "n1\nn2,drain", log}, "is not valid"},
+        {{"import", "--host", "-rf", log}, "is not valid"},
+        {{"compare"}, "at least one PATH"},
+        {{"compare", dir.path()}, "no records found"},
+        {{"compare", "--format", "xml", dir.path()}, "--format must be"},
+        {{"compare", "--floor", "-1", dir.path()}, "--floor must be"},
+        {{"compare", "--z", "abc", dir.path()}, "--z must be"},
+        {{"compare", "--colour", dir.path()}, "Unknown option"},
+    };
+    for (const auto& [arguments, message] : cases) {
+        const FleetResult result = runFleet(arguments);
+        EXPECT_EQ(result.status, 2) << message;
+        EXPECT_TRUE(result.err.contains(message)) << result.err.toStdString();
+    }
+    EXPECT_TRUE(QDir(dir.path()).isEmpty()) << "nothing written";
 }
 
 // The real corebench once: its quickest test, a few seconds of one core.
@@ -206,8 +306,9 @@ TEST(FleetRealCorebench, SingleSpeedRecordMatchesItsLog) {
     EXPECT_GE(clock.elapsed() - summaryAt, 500) << "the summary came only with the end of the run";
     out += fleet.readAllStandardOutput();
     ASSERT_EQ(fleet.exitCode(), 0) << fleet.readAllStandardError().toStdString();
-    const QJsonObject record = onlyRecord(dir.path());
-    const QByteArray log = readFile(dir.filePath(filesIn(dir.path(), "*.log").value(0)));
+    const QString folder = dir.filePath(kHost);
+    const QJsonObject record = onlyRecord(folder);
+    const QByteArray log = readFile(QDir(folder).filePath(filesIn(folder, "*.log").value(0)));
     EXPECT_EQ(out, log);
     const QRegularExpressionMatch ps =
         QRegularExpression("\nPS_Result: (\\d+\\.\\d{3})\nReturning exit code (\\d+)\n")

@@ -64,6 +64,8 @@ TEST(LogParser, ReadsChangedCapturedOutput) {
         {replaced(real, "code 22\n", "code -2147483648\n"), -2147483648LL},
         {replaced(real, "Returning exit code 22\n", ""), std::nullopt},
         {QByteArray(real).replace("\n", "\r\n"), 22},
+        // A NUL byte in the filler hides nothing after it.
+        {replaced(real, "MAC\n", QByteArray("MAC\nfiller\0more\n", 16)), 22},
     };
     int row = 0;
     for (const auto& [text, exitValue] : cases) {
@@ -106,6 +108,17 @@ TEST(LogParser, IncompleteOutputNamesWhatIsMissing) {
         {replaced(real, "Creating 1 threads", "Creating 2 threads"),
          "created 2 threads but added 1"},
         {replaced(real, "CPU PS Test...", "CPU PS Test"), "CPU PS Test"},
+        // A whole result block in the filler is not the run's, which was cut off.
+        {replaced(real, "MAC\n", "MAC\n" + real.mid(real.indexOf("CPU PS Test...")))
+             .left(real.size() + real.indexOf("CPU PS Test...") + 20),
+         "no complete result"},
+        // Numbers no machine prints.
+        {replaced(real, "PS_Result: 22.444", "PS_Result: " + QByteArray(400, '9')), "PS_Result"},
+        {replaced(real, "PS_Result: 22.444", "PS_Result: -22.444"), "PS_Result -22.444"},
+        {replaced(real, "0: 11.222PS", "0: -11.222PS"), "adding thread -11.222"},
+        {replaced(real, "Count:      2", "Count:      99999999999"), "CPU Core Count 99999999999"},
+        {replaced(real, "thread 0:", "thread 4294967296:"), "adding thread 4294967296"},
+        {replaced(real, "Time_Exec: 6", "Time_Exec: -99999999999"), "Time_Exec -99999999999"},
     };
     for (const auto& [text, problem] : cases) {
         const ParsedLog log = parseCorebenchLog(text);

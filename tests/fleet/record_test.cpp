@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <QTemporaryDir>
+
 #include "fleet_test_support.h"
 #include "log_parser.h"
+#include "record_files.h"
 #include "record_from_log.h"
 #include "record_json.h"
 #include "record_names.h"
@@ -83,6 +86,13 @@ TEST(Record, RejectsInvalidRecordsWithTheReason) {
         {edited("errors", QJsonArray{1}), "\"errors\" is not an array of strings"},
         {edited("started_at", "yesterday"), "not an ISO 8601 time"},
         {edited("source", "guess"), "\"source\" is neither"},
+        // Planted values: names that break CSV rows, scores that make a median infinite.
+        {edited("host", "n1\nn2,drain"), "\"host\" is not a valid name"},
+        {edited("test", "../All"), "\"test\" is not a valid name"},
+        {edited("ps_result", 1e308), "\"ps_result\" is not a number or null from 0 to 1e+12"},
+        {edited("thread_ps", QJsonArray{-1.0}), "\"thread_ps\" is not an array of numbers"},
+        {edited("logical_cpus", 99999999999.0), "\"logical_cpus\" is not an integer"},
+        {edited("status", 256), "\"status\" is not an integer or null from 0 to 255"},
     };
     for (const auto& [bytes, reason] : cases) {
         QString error;
@@ -94,13 +104,44 @@ TEST(Record, RejectsInvalidRecordsWithTheReason) {
     EXPECT_TRUE(recordFromJson(edited("schema", 1), &error)) << error.toStdString();
 }
 
-TEST(Record, FileNamesAreUtcAndStayInTheFolder) {
-    const QDateTime time(QDate(2026, 11, 23), QTime(17, 13, 0), Qt::UTC);
+TEST(RecordNames, ValidNamesAndFileNames) {
+    for (const auto& [name, valid] :
+         std::initializer_list<std::pair<QString, bool>>{{"n1", true},
+                                                         {"node-01.farm_x", true},
+                                                         {QString(63, 'a'), true},
+                                                         {QString(64, 'a'), false},
+                                                         {"", false},
+                                                         {"-rf", false},
+                                                         {".hidden", false},
+                                                         {"a/b", false},
+                                                         {"a,b", false},
+                                                         {"n1\nn2", false},
+                                                         {"n\xc3\xa4", false}}) {
+        EXPECT_EQ(isValidName(name), valid) << name.toStdString();
+    }
     // A time in another zone is named in UTC.
+    const QDateTime time(QDate(2026, 11, 23), QTime(17, 13, 0), Qt::UTC);
     EXPECT_EQ(recordBaseName("n", "All", time.toOffsetFromUtc(3600)),
               QStringLiteral("n-All-20261123T171300Z"));
-    // Nothing can leave the folder or break the name.
-    EXPECT_EQ(recordBaseName("../x y", "a/b", time), QStringLiteral(".._x_y-a_b-20261123T171300Z"));
+}
+
+TEST(RecordNames, HostRecordPathsListOnlyThatHost) {
+    QTemporaryDir dir;
+    QDir().mkpath(dir.filePath("n1"));
+    QDir().mkpath(dir.filePath("n1-a"));
+    for (const char* file : {"n1/n1-All-20261123T171300Z.json", "n1/n1-All-20261123T171300Z.log",
+                             "n1-All-20251123T171300Z-2.json", "n1-a-All-20251123T171300Z.json",
+                             "n1-a/n1-a-All-20261123T171300Z.json", "n10-All-20251123T171300Z.json",
+                             "n1-Bogus-20251123T171300Z.json"}) {
+        writeFile(dir.filePath(file), "{}");
+    }
+    QStringList problems;
+    EXPECT_EQ(hostRecordPaths(dir.path(), "n1", &problems),
+              (QStringList{dir.filePath("n1-All-20251123T171300Z-2.json"),
+                           dir.filePath("n1/n1-All-20261123T171300Z.json")}));
+    EXPECT_TRUE(problems.isEmpty());
+    EXPECT_EQ(hostRecordPaths(dir.path(), "n2", &problems), QStringList());
+    EXPECT_TRUE(problems.isEmpty()) << "a host without records is no problem";
 }
 
 }  // namespace

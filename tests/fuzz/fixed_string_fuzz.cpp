@@ -47,7 +47,7 @@ void step(FixedString<N>& s, std::string& m, FuzzedDataProvider& in) {
     const int length = static_cast<int>(m.size());
     const int variant = in.ConsumeIntegralInRange<int>(0, 2);
 
-    switch (in.ConsumeIntegralInRange<int>(0, 12)) {
+    switch (in.ConsumeIntegralInRange<int>(0, 11)) {
         case 0:
             s.assign(arg.c_str());
             m = arg.substr(0, N);
@@ -126,25 +126,14 @@ void step(FixedString<N>& s, std::string& m, FuzzedDataProvider& in) {
             break;
         }
         case 10: {
-            // std::string compares bytes as unsigned char, which is what the comparison calls for.
             const std::string a = upper(m);
             const std::string b = upper(arg.substr(0, 250));
-            const int r = s.compareIgnoreCase(FixedString<250>(arg.c_str()));
-            FUZZ_CHECK((r < 0) == (a.compare(b) < 0) && (r > 0) == (a.compare(b) > 0));
             FUZZ_CHECK(s.equalsIgnoreCase(FixedString<250>(arg.c_str())) == (a == b));
             FUZZ_CHECK(s.equalsIgnoreCase(arg.c_str()) == (a == upper(arg)));
             const bool possible = !b.empty() && !a.empty() && b.size() <= a.size();
             FUZZ_CHECK(s.startsWithIgnoreCase(arg.c_str()) == (possible && a.find(b) == 0));
             FUZZ_CHECK(s.endsWithIgnoreCase(arg.c_str()) ==
                        (possible && a.compare(a.size() - b.size(), npos, b) == 0));
-            break;
-        }
-        case 11: {
-            // The decimal rules are pinned by ParseDecimal's table; here any text must read
-            // without overflow, and only digits, a sign and the separators can read as a number.
-            bool ok = false;
-            s.parseDecimal(&ok);
-            FUZZ_CHECK(!ok || m.find_first_not_of("0123456789-.,") == npos);
             break;
         }
         default:

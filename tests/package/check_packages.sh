@@ -117,34 +117,20 @@ fi
 # The install rules themselves, as "DESTDIR=... cmake --install ... --prefix ..." uses them.
 if DESTDIR="$work/stage" cmake --install "$build" --prefix /opt/corebench >/dev/null; then
   installed=$(cd "$work/stage" && find . -type f | sort)
-  if [ -x "$work/stage/opt/corebench/bin/corebench" ] &&
-    [ -x "$work/stage/opt/corebench/bin/corebench-fleet" ] &&
-    [ -f "$work/stage/opt/corebench/share/doc/corebench/README.md" ] &&
-    ! grep -qv '^\./opt/corebench/' <<<"$installed"; then
-    ok "cmake --install honours DESTDIR and the prefix"
-  else
-    fail "cmake --install with DESTDIR and prefix /opt/corebench installed:"$'\n'"$installed"
+  if grep -qv '^\./opt/corebench/' <<<"$installed"; then
+    fail "cmake --install with DESTDIR and prefix /opt/corebench wrote outside them:"$'\n'"$installed"
   fi
-  check_list "the installed tree" "$installed" ./opt/corebench/bin/corebench \
-    ./opt/corebench/share/doc/corebench/README.md
+  check_list "the tree installed with DESTDIR and a prefix" "$installed" \
+    ./opt/corebench/bin/corebench ./opt/corebench/share/doc/corebench/README.md
 else
   fail "cmake --install failed"
 fi
 
-# corebench nosuchtest into FILE.body without its opening time stamp (HH:MM.SS), which may
-# differ between two runs; the time stamp itself is checked for its shape.
+# corebench nosuchtest, which must exit 0 and open with a time stamp (HH:MM.SS), into FILE.body
+# without that stamp, which may differ between two runs.
 usage_of() {
-  local program=$1 file=$2 status=0
-  timeout 20 "$program" nosuchtest >"$file" || status=$?
-  if [ "$status" -ne 0 ]; then
-    echo "$program nosuchtest exited with status $status" >&2
-    return 1
-  fi
-  if ! head -n 1 "$file" | grep -Eqx '[0-9]{2}:[0-9]{2}\.[0-9]{2}'; then
-    echo "$program nosuchtest does not start with a time stamp" >&2
-    return 1
-  fi
-  tail -n +2 "$file" >"$file.body"
+  timeout 20 "$1" nosuchtest >"$2" && head -n 1 "$2" | grep -Eqx '[0-9]{2}:[0-9]{2}\.[0-9]{2}' &&
+    tail -n +2 "$2" >"$2.body"
 }
 
 if [ "$(id -u)" -ne 0 ]; then
@@ -167,7 +153,7 @@ elif [ -n "${deb:-}" ]; then
         diff "$work/built.body" "$work/installed.body"
       fi
     else
-      fail "running corebench nosuchtest"
+      fail "running corebench nosuchtest (status, or no time stamp first)"
     fi
     # The companion finds the corebench installed beside it: with a test name corebench does not
     # know, it runs it, keeps its output (the usage text) and says that it did not parse.

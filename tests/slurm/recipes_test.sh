@@ -26,6 +26,7 @@ fail() {
 # every update is appended to $STUB/calls.
 cat > "$stub/bin/scontrol" <<'STUB'
 #!/usr/bin/env bash
+[ ! -e "$STUB/scontrol_hangs" ] || exec sleep 100
 f="$STUB/nodes/$3"
 case "$1 $2" in
   "show node")
@@ -62,13 +63,16 @@ case $state in *DRAIN*) ;; *) reason= ;; esac
 printf 'state=%q\nreason=%q\nweight=%q\nfeatures=%q\n' "$state" "$reason" "${weight:-1}" "$features" > "$f"
 STUB
 
-# corebench-fleet: compare prints $STUB/report.csv and exits with $STUB/compare_status; run
-# records its arguments.
+# corebench-fleet: compare prints $STUB/report.csv and exits with $STUB/compare_status, check
+# prints $STUB/verdict after its first word, the status; each records its arguments.
 cat > "$stub/bin/corebench-fleet" <<'STUB'
 #!/usr/bin/env bash
-if [ "$1" = run ]; then
-  printf '<%s>' "$@" > "$STUB/run_args"
-  exit 0
+printf '<%s>' "$@" > "$STUB/$1_args"
+[ "$1" = run ] && exit 0
+if [ "$1" = check ]; then
+  read -r status verdict < "$STUB/verdict"
+  echo "$verdict"
+  exit "$status"
 fi
 [ "$1" = compare ] || exit 2
 printf '<%s>' "$@" > "$STUB/compare_args"
@@ -125,101 +129,60 @@ SLURM_CONF=$tmp/slurm.conf
 HOST=n1
 FLEET=corebench-fleet
 CONF
+  chmod 600 "$conf"
 }
-# check CASE NODE_STATE NODE_REASON EXPECTED_STATE EXPECTED_REASON EXPECTED_OUTPUT_PART
-check() {
-  local name=$1 out status
-  set_node slurm-n1 "$2" "$3"
+write_conf 50 8d
+r="30.000 PS below floor 50"
+# state | reason | check's status and line | expected state | reason | output (after "slurm-n1: ")
+while IFS='|' read -r state reason verdict want_state want_reason want_out; do
+  set_node slurm-n1 "$state" "$reason"
+  echo "$verdict" > "$stub/verdict"
   rm -f "$stub/calls"
   out=$(env -u SLURM_CONF SLURMD_NODENAME=slurm-n1 COREBENCH_HEALTHCHECK_CONF="$conf" \
-    "$contrib/corebench-healthcheck" 2>&1) && status=0 || status=$?
-  [ $status -eq 0 ] || fail "$name: exit $status: $out"
-  [ "$(node_field slurm-n1 state)" = "$4" ] || fail "$name: state $(node_field slurm-n1 state), expected $4"
-  [ "$(node_field slurm-n1 reason)" = "$5" ] || fail "$name: reason '$(node_field slurm-n1 reason)', expected '$5'"
-  case $out in *"$6"*) ;; *) fail "$name: output '$out' lacks '$6'" ;; esac
-}
+    "$contrib/corebench-healthcheck" 2>&1) || fail "$verdict on $state '$reason': $out"
+  got="$(node_field slurm-n1 state)|$(node_field slurm-n1 reason)"
+  [ "$got" = "$want_state|$want_reason" ] || fail "$verdict on $state '$reason': $got, expected $want_state|$want_reason"
+  [ "$out" = "corebench-healthcheck: slurm-n1: $want_out" ] || fail "$verdict on $state '$reason' printed: $out"
+  case $want_out in drained*|resumed*) ;; *) [ ! -e "$stub/calls" ] || fail "$verdict on $state '$reason': updated $(cat "$stub/calls")" ;; esac
+done <<ROWS
+IDLE||0 healthy: All 90.500 PS at T|IDLE||healthy (All 90.500 PS at T)
+IDLE+DRAIN|corebench: $r|0 healthy: All 90.500 PS at T|IDLE||resumed (All 90.500 PS at T; was: corebench: $r)
+IDLE+DRAIN|corebench-like but not ours|0 healthy: X|IDLE+DRAIN|corebench-like but not ours|healthy (X), left drained by someone else: corebench-like but not ours
+MIXED+DRAIN|disk|0 healthy: X|MIXED+DRAIN|disk|healthy (X), left drained by someone else: disk
+IDLE||1 drain: $r|IDLE+DRAIN|corebench: $r|drained (corebench: $r)
+IDLE+DRAIN|corebench: $r|1 drain: $r|IDLE+DRAIN|corebench: $r|stays drained (corebench: $r)
+IDLE+DRAIN|corebench: old|1 drain: $r|IDLE+DRAIN|corebench: $r|drained (corebench: $r)
+IDLE+DRAIN|fan|1 drain: $r|IDLE+DRAIN|fan|would drain (corebench: $r), but it is already drained by someone else: fan
+ROWS
+[ "$(cat "$stub/check_args")" = "<check><--summary><$tmp/records/corebench-summary.json><--host><n1><--test><All><--floor><50><--max-age><8d><$tmp/records>" ] ||
+  fail "check ran as $(cat "$stub/check_args")"
 
-write_conf 50 8d
-report "$(row n10 All "$now_iso" yes "robust z -9" 10)" "$(row n1 all "$now_iso" no "" 90.5)" \
-  "$(row n1 Single "$now_iso" yes "slow core" 5)"
-check "healthy idle node" IDLE "" IDLE "" "slurm-n1: healthy (All 90.5 PS at $now_iso)"
-[ ! -e "$stub/calls" ] || fail "a healthy idle node was updated: $(cat "$stub/calls")"
-[ "$(cat "$stub/compare_args")" = "<compare><--format><csv><$tmp/records>" ] ||
-  fail "compare ran as $(cat "$stub/compare_args")"
-check "resume our drain" IDLE+DRAIN "corebench: 3 PS below floor 50" IDLE "" "resumed"
-check "keep someone else's drain" IDLE+DRAIN "corebench-like but not ours" IDLE+DRAIN \
-  "corebench-like but not ours" "left drained by someone else"
-[ ! -e "$stub/calls" ] || fail "someone else's drain was touched: $(cat "$stub/calls")"
-check "draining node of someone else" MIXED+DRAIN "disk" MIXED+DRAIN "disk" "left drained"
-
-report "$(row n1 All "$now_iso" yes "robust z -4.20 below -3.5; slow core" 30)"
-check "flagged and below the floor" IDLE "" IDLE+DRAIN \
-  "corebench: flagged by compare (robust z -4.20 below -3.5; slow core); 30 PS below floor 50" "drained"
-check "same reason again is no update" IDLE+DRAIN \
-  "corebench: flagged by compare (robust z -4.20 below -3.5; slow core); 30 PS below floor 50" IDLE+DRAIN \
-  "corebench: flagged by compare (robust z -4.20 below -3.5; slow core); 30 PS below floor 50" "stays drained"
-[ ! -e "$stub/calls" ] || fail "an unchanged drain was updated: $(cat "$stub/calls")"
-check "new reason replaces ours" IDLE+DRAIN "corebench: old" IDLE+DRAIN \
-  "corebench: flagged by compare (robust z -4.20 below -3.5; slow core); 30 PS below floor 50" "drained"
-check "bad node drained by someone else" IDLE+DRAIN "fan" IDLE+DRAIN "fan" "already drained by someone else: fan"
-
-report "$(row n1 All "$old_iso" no "" 90)"
-check "stale record" IDLE "" IDLE+DRAIN "corebench: newest record ($old_iso) older than 8d" "drained"
-check "stale record, checked again" IDLE+DRAIN "corebench: newest record ($old_iso) older than 8d" IDLE+DRAIN \
-  "corebench: newest record ($old_iso) older than 8d" "stays drained"
-write_conf 50 11d
-check "record within the age" IDLE "" IDLE "" "healthy"
-write_conf "" ""
-report "$(row n1 All "$now_iso" no "" 1)"
-check "no floor, no age" IDLE "" IDLE "" "healthy"
-
-report "$(row n2 All "$now_iso" no "" 90)"
-write_conf 50 8d
-check "no record with an age limit" IDLE "" IDLE+DRAIN "corebench: no All record of n1 in $tmp/records" "drained"
-write_conf 50 ""
-check "no record without an age limit" IDLE "" IDLE "" "healthy (no All record of n1)"
-
-# compare exit 2: a bad file elsewhere; the node's own row still counts.
-report "$(row n1 All "$now_iso" no "" 20)"
-echo 2 > "$stub/compare_status"
-check "compare found a bad file" IDLE "" IDLE+DRAIN "corebench: 20 PS below floor 50" "drained"
-
-# Faults: nothing may be drained or resumed when the check itself cannot judge.
-hc_fault() {
-  local name=$1 expect=$2 out status
+# Faults: whatever the check cannot judge or should not trust, it leaves the node as it is, says
+# why in one line and exits 1. "setup" is run before the check and undone after it.
+while IFS='|' read -r verdict setup expect; do
+  write_conf 50 8d
+  echo "$verdict" > "$stub/verdict"
   set_node slurm-n1 IDLE+DRAIN "corebench: x"
   rm -f "$stub/calls"
+  eval "$setup"
   out=$(SLURMD_NODENAME=slurm-n1 "$contrib/corebench-healthcheck" --conf "$conf" 2>&1) && status=0 || status=$?
-  [ $status -eq 1 ] || fail "$name: exit $status, expected 1: $out"
-  case $out in *"$expect"*) ;; *) fail "$name: message '$out' lacks '$expect'" ;; esac
-  [ ! -e "$stub/calls" ] || fail "$name: the node was updated: $(cat "$stub/calls")"
-}
-echo 3 > "$stub/compare_status"
-hc_fault "compare crashed" "compare failed with status 3"
-echo 0 > "$stub/compare_status"
-: > "$stub/report.csv"
-hc_fault "compare printed nothing" "printed no CSV report"
-report "$(row n1 All "not a time" no "" 90)"
-write_conf 50 8d
-hc_fault "unreadable started_at" "unreadable started_at 'not a time'"
-report "$(row n1 All "$now_iso" no "" 90)"
-write_conf 50x 8d
-hc_fault "bad floor" "FLOOR must be a number"
-write_conf 50 8w
-hc_fault "bad age" "MAX_AGE must look like"
-write_conf 50 8d
-echo "FLOR=60" >> "$conf"
-hc_fault "misspelt setting" "$conf:10: unknown setting FLOR"
-write_conf 50 8d
-sed -i '/^RECORDS=/d' "$conf"
-sed -i 's/^  RECORDS = .*/RECORDS=/' "$conf"
-hc_fault "no records folder" "RECORDS (the shared records folder) is not set"
-conf=$tmp/missing.conf
-hc_fault "no settings file" "cannot read settings file $tmp/missing.conf"
-# The shipped example parses: the first complaint is the example's records folder.
-conf=$contrib/healthcheck.conf.example
-hc_fault "the example settings" "records folder /shared/corebench/records is not there"
-conf=$tmp/healthcheck.conf
+  chmod 700 "$tmp/records"; chmod 755 "$stub/bin/corebench-fleet"; rm -f "$stub/scontrol_hangs"; conf=$tmp/healthcheck.conf
+  [ $status -eq 1 ] && [ "$(printf '%s\n' "$out" | wc -l)" -eq 1 ] || fail "$expect: exit $status: $out"
+  case $out in "corebench-healthcheck: nothing changed: "*"$expect"*) ;; *) fail "message '$out' lacks '$expect'" ;; esac
+  [ ! -e "$stub/calls" ] && [ "$(node_field slurm-n1 state)" = IDLE+DRAIN ] || fail "$expect: the node was updated"
+done <<ROWS
+2 cannot decide: cannot read the records folder R||cannot decide: cannot read the records folder R
+2 corebench-fleet: --max-age must look like 3600, 90m||--max-age must look like
+3 Segmentation fault||Segmentation fault
+0 healthy: X|touch "$stub/scontrol_hangs"|scontrol show node slurm-n1: no answer within 5 s
+1 drain: X|chmod g+w "$conf"|settings file $conf (or its folder) can be written by others than root
+1 drain: X|chmod o+w "$stub/bin/corebench-fleet"|$stub/bin/corebench-fleet (or its folder) can be written by others than root
+1 drain: X|chmod 777 "$tmp/records"|$tmp/records can be written by everyone
+1 drain: X|echo FLOR=60 >> "$conf"|$conf:10: unknown setting FLOR
+1 drain: X|sed -i -e '/^RECORDS=/d' -e 's/^  RECORDS = .*/RECORDS=/' "$conf"|RECORDS (the shared records folder) is not set
+1 drain: X|conf=$tmp/missing.conf|cannot read settings file $tmp/missing.conf
+1 drain: X|cp "$contrib/healthcheck.conf.example" "$tmp/example.conf"; conf=$tmp/example.conf|records folder /shared/corebench/records is not there
+ROWS
 
 # ---------------------------------------------------------------- sweep
 rm -f "$stub"/nodes/* "$stub"/calls "$stub"/jobs "$stub"/job-*
@@ -255,21 +218,22 @@ sh "$stub/job-101.sh" || fail "the benchmark job script failed"
   fail "the benchmark job ran: $(cat "$stub/run_args")"
 report_base=$(printf '%s\n' "$out" | awk '$1 == "report" { sub(/^report [0-9]+ /, ""); print }')
 report_base=${report_base%.txt}
-for status in 0 1 2 3; do
+# compare's status | the report job's | its files
+report "$(row n1 All "$now_iso" no "" 90)"
+while read -r status want files; do
   echo "$status" > "$stub/compare_status"
-  report "$(row n1 All "$now_iso" no "" 90)"
   rm -f "$report_base".*
   sh "$stub/job-104.sh" && got=0 || got=$?
-  case $status in
-    0|1) [ "$got" -eq 0 ] && [ -s "$report_base.csv" ] && [ -s "$report_base.txt" ] ||
-      fail "report job with compare status $status: exit $got, files: $(ls "$odd/records")" ;;
-    2) [ "$got" -eq 2 ] && [ -s "$report_base.csv" ] || fail "report job with a bad record: exit $got" ;;
-    3) [ "$got" -eq 3 ] && [ ! -e "$report_base.csv" ] && [ ! -e "$report_base.csv.part" ] ||
-      fail "report job with a broken compare: exit $got, files: $(ls "$odd/records")" ;;
-  esac
-done
+  [ "$got $(cd "$odd/records" && ls -m "${report_base##*/}".* 2>/dev/null | tr -d ' ')" = "$want $files" ] ||
+    fail "report job with compare status $status: exit $got, files: $(ls "$odd/records")"
+done <<ROWS
+1 0 ${report_base##*/}.csv,${report_base##*/}.txt
+2 2 ${report_base##*/}.csv,${report_base##*/}.txt
+3 3 
+ROWS
 echo 0 > "$stub/compare_status"
-grep -q "<$odd/records>" "$stub/compare_args" || fail "the report job compared $(cat "$stub/compare_args")"
+[ "$(cat "$stub/compare_args")" = "<compare><--format><csv><--summary><$odd/records/corebench-summary.json><$odd/records>" ] ||
+  fail "the report job compared $(cat "$stub/compare_args")"
 
 rm -f "$stub"/calls "$stub"/jobs
 out=$("$contrib/corebench-sweep" --out "$tmp/records" --nodes n2,n4 2>&1) && fail "a sweep with no usable node succeeded: $out"
@@ -283,15 +247,19 @@ set_node a IDLE "" 1 "ssd,cb_slow"
 set_node b IDLE "" 1 ""
 set_node c IDLE "" 1 "gpu"
 set_node d IDLE "" 1 "cb_mid"
-report "$(row a All "$now_iso" no "" 200)" "$(row b All "$now_iso" no "" 100)" \
+set_node y IDLE "" 1 ""
+set_node z IDLE "" 1 "cb_fast"
+# y and z: a near-zero score and a zero one get the highest weight, not one out of Slurm's range.
+report "$(row y All "$now_iso" no "" 0.001)" "$(row z All "$now_iso" no "" 0.000)" "$(row a All "$now_iso" no "" 200)" "$(row b All "$now_iso" no "" 100)" \
   "$(row ghost All "$now_iso" no "" 400)" "$(row c All "$now_iso" yes "slow" 150)" \
   "$(row d All "$now_iso" no "" 50)" "$(row d Single "$now_iso" no "" 900)" "$(row e All "$now_iso" no "" "")"
 echo 1 > "$stub/compare_status"
 out=$("$contrib/corebench-weights" --dry-run "$tmp/records" 2>"$tmp/weights.err") || fail "weights --dry-run failed: $out"
 [ ! -e "$stub/calls" ] || fail "--dry-run changed nodes: $(cat "$stub/calls")"
 out=$("$contrib/corebench-weights" "$tmp/records" 2>"$tmp/weights.err") || fail "weights failed: $out"
-grep -q "skipped ghost: not a node of this cluster" "$tmp/weights.err" || fail "ghost not reported: $(cat "$tmp/weights.err")"
-for expect in "a 100 ssd,cb_fast" "c 133 gpu,cb_fast" "b 200 cb_mid" "d 400 cb_slow"; do
+grep -q "skipped ghost: not a node of this cluster" "$tmp/weights.err" &&
+  grep -q "skipped e: its record has no score" "$tmp/weights.err" || fail "skips not named: $(cat "$tmp/weights.err")"
+for expect in "a 100 ssd,cb_fast" "c 133 gpu,cb_fast" "b 200 cb_mid" "d 400 cb_mid" "y 65533 cb_slow" "z 65533 cb_slow"; do
   read -r n w f <<<"$expect"
   [ "$(node_field "$n" weight) $(node_field "$n" features)" = "$w $f" ] ||
     fail "node $n: Weight $(node_field "$n" weight) Features $(node_field "$n" features), expected $w $f"

@@ -264,7 +264,7 @@ done
 say "jobs $bench_job (benchmark) and $report_job (report) COMPLETED"
 
 # ---- the record and the report
-records=("$tmp/records/$node-SingleSpeed-"*.json)
+records=("$tmp/records/$node/$node-SingleSpeed-"*.json)
 [ ${#records[@]} -eq 1 ] && [ -f "${records[0]}" ] || fail "expected one SingleSpeed record of $node, found: ${records[*]}"
 [ -f "${records[0]%.json}.log" ] || fail "the raw log is not beside ${records[0]}"
 grep -q '"ps_result"' "${records[0]}" || fail "${records[0]} has no ps_result"
@@ -317,6 +317,22 @@ scontrol update NodeName="$node" State=DRAIN Reason="maintenance: fan"
 out=$(healthcheck) || fail "health check failed: $out"
 state_is IDLE+DRAIN && [ "$(reason_now)" = "maintenance: fan" ] ||
   fail "someone else's drain became $(state_now) '$(reason_now)': $out"
+scontrol update NodeName="$node" State=RESUME
+wait_for 15 "node $node back to IDLE" state_is IDLE
+
+# Records the checking user cannot read: one line, status 1, and the node, drained by an earlier
+# check, stays as it is although its record would pass.
+[ -s "$tmp/records/corebench-summary.json" ] || fail "the report job wrote no summary"
+scontrol update NodeName="$node" State=DRAIN Reason="corebench: earlier"
+chmod 700 "$tmp/records"
+out=$(env -i SLURMD_NODENAME="$node" COREBENCH_HEALTHCHECK_CONF="$tmp/healthcheck.conf" \
+  timeout 60 setpriv --reuid=nobody --regid=nogroup --clear-groups "$contrib/corebench-healthcheck" 2>&1) &&
+  fail "a check that could not read the records succeeded: $out"
+chmod 755 "$tmp/records"
+case $out in "corebench-healthcheck: nothing changed: cannot decide: cannot read the records folder"*) ;;
+  *) fail "unreadable records: $out" ;; esac
+state_is IDLE+DRAIN && [ "$(reason_now)" = "corebench: earlier" ] || fail "unreadable records changed the node to $(state_now) '$(reason_now)'"
+say "records unreadable: $out; node $(state_now)"
 scontrol update NodeName="$node" State=RESUME
 wait_for 15 "node $node back to IDLE" state_is IDLE
 

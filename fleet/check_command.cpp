@@ -1,0 +1,120 @@
+#include <QCommandLineParser>
+#include <QFileInfo>
+#include <cstdio>
+
+#include "command_options.h"
+#include "fleet_commands.h"
+#include "node_verdict.h"
+#include "record_files.h"
+#include "record_names.h"
+#include "safe_file.h"
+
+namespace {
+
+// A summary holds one short entry per host and test: 20,000 hosts take about 4 MiB.
+constexpr qint64 kMaxSummaryBytes = 256LL * 1024 * 1024;
+
+// No score a machine can reach comes near this; a larger floor is a typing error.
+constexpr double kMaxFloorPs = 1e6;
+
+int cannotDecide(const QString& why) {
+    printf("cannot decide: %s\n", qPrintable(why));
+    fflush(stdout);
+    return kStatusUsage;
+}
+
+}  // namespace
+
+int checkCommand(const QStringList& arguments) {
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "Decides about one node from the fleet's summary and the node's own records; prints one "
+        "line. Exit status 0: healthy; 1: drain; 2: cannot decide (nothing to change)."));
+    parser.addOptions({
+        {QStringLiteral("summary"), QStringLiteral("The summary compare --summary wrote."),
+         QStringLiteral("FILE")},
+        {QStringLiteral("host"), QStringLiteral("The node's host name in the records."),
+         QStringLiteral("HOST")},
+        {QStringLiteral("test"), QStringLiteral("The corebench test."), QStringLiteral("TEST")},
+        {QStringLiteral("floor"), QStringLiteral("Drain below this score."), QStringLiteral("PS")},
+        {QStringLiteral("max-age"),
+         QStringLiteral("Drain when the newest record is older (3600, 90m, 36h, 8d), or missing."),
+         QStringLiteral("AGE")},
+    });
+    parser.addPositionalArgument(QStringLiteral("RECORDS"), QStringLiteral("The records folder."));
+    int status = kStatusOk;
+    if (!parseOptions(parser, arguments, &status)) {
+        return status;
+    }
+    CheckRequest request;
+    request.host = parser.value(QStringLiteral("host"));
+    request.test = parser.value(QStringLiteral("test"));
+    const QString summaryPath = parser.value(QStringLiteral("summary"));
+    if (summaryPath.isEmpty() || request.host.isEmpty() || request.test.isEmpty() ||
+        parser.positionalArguments().size() != 1) {
+        printMessage(
+            QStringLiteral("check needs --summary, --host, --test and one RECORDS folder"));
+        return kStatusUsage;
+    }
+    if (!isValidName(request.host) || !isValidName(request.test)) {
+        printMessage(QStringLiteral("--host and --test take names of letters, digits, '.', '_' "
+                                    "and '-', not \"%1\" and \"%2\"")
+                         .arg(request.host, request.test));
+        return kStatusUsage;
+    }
+    if (parser.isSet(QStringLiteral("floor"))) {
+        bool ok = false;
+        const double floor = parser.value(QStringLiteral("floor")).toDouble(&ok);
+        if (!ok || !(floor > 0.0 && floor <= kMaxFloorPs)) {
+            printMessage(QStringLiteral("--floor must be a number of PS above 0, at most %1")
+                             .arg(kMaxFloorPs, 0, 'f', 0));
+            return kStatusUsage;
+        }
+        request.floorPs = floor;
+    }
+    if (parser.isSet(QStringLiteral("max-age"))) {
+        request.maxAgeText = parser.value(QStringLiteral("max-age"));
+        request.maxAgeS = parseAge(request.maxAgeText);
+        if (!request.maxAgeS) {
+            printMessage(QStringLiteral("--max-age must look like 3600, 90m, 36h or 8d, from 1 s "
+                                        "to 3650d, not \"%1\"")
+                             .arg(request.maxAgeText));
+            return kStatusUsage;
+        }
+    }
+    request.records = parser.positionalArguments().front();
+    request.now = QDateTime::currentDateTimeUtc();
+
+    // Whatever cannot be read leaves the node as it is: no evidence, no change.
+    const QFileInfo folder(request.records);
+    if (!folder.isDir() || !folder.isReadable() || !folder.isExecutable()) {
+        return cannotDecide(
+            QStringLiteral("cannot read the records folder %1").arg(request.records));
+    }
+    QString error;
+    FileIdentity identity;
+    const std::optional<QByteArray> bytes =
+        readRegularFile(summaryPath, kMaxSummaryBytes, &identity, &error);
+    if (!bytes) {
+        return cannotDecide(
+            QStringLiteral("cannot read the summary %1: %2").arg(summaryPath, error));
+    }
+    const std::optional<FleetSummary> summary = summaryFromJson(*bytes, &error);
+    if (!summary) {
+        return cannotDecide(QStringLiteral("summary %1: %2").arg(summaryPath, error));
+    }
+    QStringList problems;
+    const QStringList files = hostRecordPaths(request.records, request.host, &problems);
+    RecordLoad load = loadRecords(files, request.now);
+    load.problems = problems + load.problems;
+    if (!load.problems.isEmpty()) {
+        return cannotDecide(load.problems.size() == 1 ? load.problems.front()
+                                                      : QStringLiteral("%1 (and %2 more)")
+                                                            .arg(load.problems.front())
+                                                            .arg(load.problems.size() - 1));
+    }
+    const NodeVerdict verdict = decideNode(*summary, load.records, request);
+    printf("%s\n", qPrintable(verdict.line));
+    fflush(stdout);
+    return verdict.verdict == Verdict::Drain ? kStatusFlagged : kStatusOk;
+}

@@ -1,0 +1,121 @@
+#include "node_verdict.h"
+
+#include <QRegularExpression>
+#include <QStringList>
+
+namespace {
+
+// Ten years: far beyond any sweep interval, and far from overflowing anything.
+constexpr qint64 kMaxAgeS = 3650LL * 86400;
+
+struct Newest {
+    QDateTime startedAt;
+    std::optional<double> psResult;
+    QStringList flags;  // compare's reasons
+};
+
+bool sameTest(const QString& a, const QString& b) {
+    return a.compare(b, Qt::CaseInsensitive) == 0;
+}
+
+const GroupStats* groupFor(const FleetSummary& summary, const Record& record) {
+    const GroupKey key = groupOf(record);
+    for (const GroupStats& group : summary.groups) {
+        if (group.key == key) {
+            return &group;
+        }
+    }
+    return nullptr;
+}
+
+std::optional<Newest> newestOf(const FleetSummary& summary,
+                               const std::vector<LoadedRecord>& ownRecords,
+                               const CheckRequest& request) {
+    const LoadedRecord* own = nullptr;
+    for (const LoadedRecord& loaded : ownRecords) {
+        if (loaded.record.host != request.host || !sameTest(loaded.record.test, request.test)) {
+            continue;
+        }
+        if (own == nullptr || std::make_pair(loaded.record.startedAt, loaded.file) >
+                                  std::make_pair(own->record.startedAt, own->file)) {
+            own = &loaded;
+        }
+    }
+    const SummaryHost* judged = nullptr;
+    for (const SummaryHost& host : summary.hosts) {
+        if (host.host == request.host && sameTest(host.test, request.test)) {
+            judged = &host;
+        }
+    }
+    // The summary's verdict had the whole fleet to go on, so it wins unless the node ran since.
+    if (judged != nullptr && (own == nullptr || judged->startedAt >= own->record.startedAt)) {
+        Newest newest{judged->startedAt, judged->psResult, {}};
+        if (judged->flagged) {
+            newest.flags << judged->reason;
+        }
+        return newest;
+    }
+    if (own == nullptr) {
+        return std::nullopt;
+    }
+    const CompareRow row = judgeRecord(*own, groupFor(summary, own->record), summary.options);
+    return Newest{own->record.startedAt, own->record.psResult, row.reasons};
+}
+
+}  // namespace
+
+NodeVerdict decideNode(const FleetSummary& summary, const std::vector<LoadedRecord>& ownRecords,
+                       const CheckRequest& request) {
+    const std::optional<Newest> newest = newestOf(summary, ownRecords, request);
+    QStringList reasons;
+    QString state;
+    if (!newest) {
+        state = QStringLiteral("no %1 record of %2").arg(request.test, request.host);
+        if (request.maxAgeS) {
+            reasons << state + QStringLiteral(" in ") + request.records;
+        }
+    } else {
+        const QString started = newest->startedAt.toUTC().toString(Qt::ISODate);
+        const QString score = newest->psResult ? QString::number(*newest->psResult, 'f', 3)
+                                               : QStringLiteral("no score");
+        state = QStringLiteral("%1 %2 PS at %3").arg(request.test, score, started);
+        if (!newest->flags.isEmpty()) {
+            reasons << QStringLiteral("flagged by compare (%1)")
+                           .arg(newest->flags.join(QStringLiteral("; ")));
+        }
+        if (request.floorPs && !newest->psResult) {
+            reasons << QStringLiteral("record has no score");
+        } else if (request.floorPs && *newest->psResult < *request.floorPs) {
+            reasons << QStringLiteral("%1 PS below floor %2").arg(score).arg(*request.floorPs);
+        }
+        // Worded without the age itself, so the reason does not change from one check to the next.
+        if (request.maxAgeS && newest->startedAt.secsTo(request.now) > *request.maxAgeS) {
+            reasons << QStringLiteral("newest record (%1) older than %2")
+                           .arg(started, request.maxAgeText);
+        }
+    }
+    if (reasons.isEmpty()) {
+        return {Verdict::Healthy, QStringLiteral("healthy: ") + state};
+    }
+    return {Verdict::Drain, QStringLiteral("drain: ") + reasons.join(QStringLiteral("; "))};
+}
+
+std::optional<qint64> parseAge(const QString& text) {
+    static const QRegularExpression pattern(QStringLiteral("^([0-9]{1,10})([smhd]?)$"));
+    const QRegularExpressionMatch match = pattern.match(text);
+    if (!match.hasMatch()) {
+        return std::nullopt;
+    }
+    const qint64 count = match.captured(1).toLongLong();
+    const QString unit = match.captured(2);
+    const qint64 scale = unit == QLatin1String("d")   ? 86400
+                         : unit == QLatin1String("h") ? 3600
+                         : unit == QLatin1String("m") ? 60
+                                                      : 1;
+    // count < 10^10 and scale <= 86400: the product stays far below 2^63.
+    const qint64 seconds = count * scale;
+    if (seconds < 1 || seconds > kMaxAgeS) {
+        return std::nullopt;
+    }
+    return seconds;
+}

@@ -1,0 +1,38 @@
+#pragma once
+
+// What the health check does about one node, decided from the fleet's summary and the node's own
+// records: healthy, or drained with the reasons.
+
+#include <QDateTime>
+#include <QString>
+#include <optional>
+#include <vector>
+
+#include "fleet_summary.h"
+#include "record.h"
+
+struct CheckRequest {
+    QString host;
+    QString test;                   // matched without regard to case, as corebench takes it
+    std::optional<double> floorPs;  // drain below this score
+    std::optional<qint64> maxAgeS;  // drain when the newest record is older, or missing
+    QString maxAgeText;             // as the admin wrote it, for the reason
+    QString records;                // the records folder, for the reason
+    QDateTime now;
+};
+
+enum class Verdict { Healthy = 0, Drain = 1 };
+
+struct NodeVerdict {
+    Verdict verdict = Verdict::Healthy;
+    QString line;  // "healthy: ..." or "drain: <reasons>"
+};
+
+// The newest record of the host and test, from the summary or the host's own records, whichever
+// is newer; one newer than the summary is judged against the summary's group of like machines.
+NodeVerdict decideNode(const FleetSummary& summary, const std::vector<LoadedRecord>& ownRecords,
+                       const CheckRequest& request);
+
+// Seconds of an age written as 3600, 90m, 36h or 8d, from 1 s up to 3650 days; nothing for
+// anything else.
+std::optional<qint64> parseAge(const QString& text);
