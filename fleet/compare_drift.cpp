@@ -34,6 +34,12 @@ QString pValueText(double p) {
                       : QStringLiteral("p %1").arg(QString::number(p, 'f', 4));
 }
 
+QString driftReason(const ChangePoint& change) {
+    return QStringLiteral("drift: %1% since %2 (%3)")
+        .arg(QString::number(100 * (change.ratio - 1), 'f', 1),
+             change.at.toUTC().date().toString(Qt::ISODate), pValueText(change.pValue));
+}
+
 void addDrift(const std::map<HistoryKey, HostHistory>& histories, std::vector<CompareRow>* rows) {
     for (CompareRow& row : *rows) {
         const auto found = histories.find({row.host, row.test});
@@ -44,10 +50,7 @@ void addDrift(const std::map<HistoryKey, HostHistory>& histories, std::vector<Co
         if (!row.drift || row.drift->direction != DriftDirection::Down) {
             continue;
         }
-        row.reasons << QStringLiteral("drift: %1% since %2 (%3)")
-                           .arg(QString::number(100 * (row.drift->ratio - 1), 'f', 1),
-                                row.drift->at.toUTC().date().toString(Qt::ISODate),
-                                pValueText(row.drift->pValue));
+        row.reasons << driftReason(*row.drift);
         row.flagged = true;
     }
 }

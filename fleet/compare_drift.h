@@ -29,5 +29,8 @@ std::map<HistoryKey, HostHistory> hostHistories(const std::vector<LoadedRecord>&
 // row with a reason such as "drift: -6.1% since 2026-10-04 (p 0.0002)". A rise is only reported.
 void addDrift(const std::map<HistoryKey, HostHistory>& histories, std::vector<CompareRow>* rows);
 
+// "drift: -6.1% since 2026-10-04 (p 0.0002)"
+QString driftReason(const ChangePoint& change);
+
 // "p 0.0002", or "p < 0.0001" for smaller ones.
 QString pValueText(double p);
