@@ -124,6 +124,7 @@ write_conf() {
 RECORDS="$tmp/records"
 FLOOR=${1-}      # PS
 MAX_AGE=${2-}
+DRIFT=${3-}
 TEST='All'
 SLURM_CONF=$tmp/slurm.conf
 HOST=n1
@@ -131,7 +132,7 @@ FLEET=corebench-fleet
 CONF
   chmod 600 "$conf"
 }
-write_conf 50 8d
+write_conf 50 8d 0.05
 r="30.000 PS below floor 50"
 # state | reason | check's status and line | expected state | reason | output (after "slurm-n1: ")
 while IFS='|' read -r state reason verdict want_state want_reason want_out; do
@@ -154,7 +155,7 @@ IDLE+DRAIN|corebench: $r|1 drain: $r|IDLE+DRAIN|corebench: $r|stays drained (cor
 IDLE+DRAIN|corebench: old|1 drain: $r|IDLE+DRAIN|corebench: $r|drained (corebench: $r)
 IDLE+DRAIN|fan|1 drain: $r|IDLE+DRAIN|fan|would drain (corebench: $r), but it is already drained by someone else: fan
 ROWS
-[ "$(cat "$stub/check_args")" = "<check><--summary><$tmp/records/corebench-summary.json><--host><n1><--test><All><--floor><50><--max-age><8d><$tmp/records>" ] ||
+[ "$(cat "$stub/check_args")" = "<check><--summary><$tmp/records/corebench-summary.json><--host><n1><--test><All><--floor><50><--max-age><8d><--drift><0.05><$tmp/records>" ] ||
   fail "check ran as $(cat "$stub/check_args")"
 
 # Faults: whatever the check cannot judge or should not trust, it leaves the node as it is, says
