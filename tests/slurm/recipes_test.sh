@@ -179,7 +179,7 @@ done <<ROWS
 1 drain: X|chmod g+w "$conf"|settings file $conf (or its folder) can be written by others than root
 1 drain: X|chmod o+w "$stub/bin/corebench-fleet"|$stub/bin/corebench-fleet (or its folder) can be written by others than root
 1 drain: X|chmod 777 "$tmp/records"|$tmp/records can be written by everyone
-1 drain: X|echo FLOR=60 >> "$conf"|$conf:10: unknown setting FLOR
+1 drain: X|echo FLOR=60 >> "$conf"|$conf:11: unknown setting FLOR
 1 drain: X|sed -i -e '/^RECORDS=/d' -e 's/^  RECORDS = .*/RECORDS=/' "$conf"|RECORDS (the shared records folder) is not set
 1 drain: X|conf=$tmp/missing.conf|cannot read settings file $tmp/missing.conf
 1 drain: X|cp "$contrib/healthcheck.conf.example" "$tmp/example.conf"; conf=$tmp/example.conf|records folder /shared/corebench/records is not there
@@ -225,11 +225,11 @@ while read -r status want files; do
   echo "$status" > "$stub/compare_status"
   rm -f "$report_base".*
   sh "$stub/job-104.sh" && got=0 || got=$?
-  [ "$got $(cd "$odd/records" && ls -m "${report_base##*/}".* 2>/dev/null | tr -d ' ')" = "$want $files" ] ||
+  [ "$got $(cd "$odd/records" && ls -m -w 0 "${report_base##*/}".* 2>/dev/null | tr -d ' ')" = "$want $files" ] ||
     fail "report job with compare status $status: exit $got, files: $(ls "$odd/records")"
 done <<ROWS
-1 0 ${report_base##*/}.csv,${report_base##*/}.txt
-2 2 ${report_base##*/}.csv,${report_base##*/}.txt
+1 0 ${report_base##*/}.csv,${report_base##*/}.html,${report_base##*/}.txt
+2 2 ${report_base##*/}.csv,${report_base##*/}.html,${report_base##*/}.txt
 3 3 
 ROWS
 echo 0 > "$stub/compare_status"
