@@ -32,7 +32,7 @@ const Series kSeries[] = {
     {"risen", 400, 0.06, 10, nullptr, "no,,", "2026-02-10T00:00:00Z,1.06"},
     {"rebuilt", 400, -0.3, 10, "Other CPU", "no,,", ","},
     {"slow", 300, 0, 0, nullptr, "yes,score at", ","},
-    {"<i>odd</i>&host", 401, 0, 0, nullptr, "no,,", ","},
+    {"odd", 401, 0, 40, "<i>odd</i>&CPU", "no,,", ","},
 };
 
 class FleetReport : public ::testing::Test {
@@ -44,7 +44,8 @@ class FleetReport : public ::testing::Test {
             0);
         const QJsonObject pattern =
             QJsonDocument::fromJson(
-                readFile(path("seed/") + QDir(path("seed")).entryList({"*.json"}).value(0)))
+                readFile(path("seed/singlespeed-plain/") +
+                         QDir(path("seed/singlespeed-plain")).entryList({"*.json"}).value(0)))
                 .object();
         std::mt19937_64 random(17);
         std::normal_distribution<double> noise(0, 0.01);
@@ -138,7 +139,7 @@ size_t distinctImageBytes(const QByteArray& png) {
 TEST_F(FleetReport, HtmlPageLoadsOfflineInChromium) {
     const FleetResult page = runFleet({"compare", "--format", "html", path("records")});
     ASSERT_EQ(page.status, 1) << page.err.toStdString();
-    EXPECT_TRUE(page.out.contains("&lt;i&gt;odd&lt;/i&gt;&amp;host"));
+    EXPECT_TRUE(page.out.contains("&lt;i&gt;odd&lt;/i&gt;&amp;CPU"));
     EXPECT_FALSE(page.out.contains("<i>"));
     writeFile(path("report.html"), page.out);
 
