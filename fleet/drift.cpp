@@ -192,12 +192,6 @@ bool passes(const ChangePoint& change, const DriftOptions& options) {
            change.pValue <= options.maxPValue && std::fabs(change.ratio - 1) >= options.minChange;
 }
 
-bool sameConfiguration(const DriftSegment& segment, const DriftRun& run) {
-    return segment.cpuModel == run.cpuModel && segment.logicalCpus == run.logicalCpus &&
-           (!segment.corebenchSha256 || !run.corebenchSha256 ||
-            *segment.corebenchSha256 == *run.corebenchSha256);
-}
-
 }  // namespace
 
 std::vector<ChangePoint> findChangePoints(const std::vector<double>& scores,
@@ -241,7 +235,7 @@ std::vector<ChangePoint> findChangePoints(const std::vector<double>& scores,
     }
 }
 
-std::vector<DriftSegment> driftSegments(std::vector<DriftRun> runs, const DriftOptions& options) {
+std::vector<DriftRun> orderedRuns(std::vector<DriftRun> runs) {
     runs.erase(std::remove_if(runs.begin(), runs.end(),
                               [](const DriftRun& run) {
                                   return !(std::isfinite(run.score) && run.score > 0);
@@ -250,24 +244,18 @@ std::vector<DriftSegment> driftSegments(std::vector<DriftRun> runs, const DriftO
     std::stable_sort(runs.begin(), runs.end(), [](const DriftRun& a, const DriftRun& b) {
         return a.startedAt < b.startedAt;
     });
+    return runs;
+}
 
+std::vector<DriftSegment> configurationSegments(const std::vector<DriftRun>& ordered) {
     std::vector<DriftSegment> segments;
-    std::vector<double> scores;
-    const auto close = [&] {
-        if (segments.empty()) {
-            return;
-        }
-        DriftSegment& segment = segments.back();
-        segment.changePoints = findChangePoints(scores, options);
-        for (ChangePoint& change : segment.changePoints) {
-            change.at = runs[segment.firstRun + change.index].startedAt;
-        }
-        scores.clear();
-    };
-    for (size_t i = 0; i < runs.size(); ++i) {
-        const DriftRun& run = runs[i];
-        if (segments.empty() || !sameConfiguration(segments.back(), run)) {
-            close();
+    for (size_t i = 0; i < ordered.size(); ++i) {
+        const DriftRun& run = ordered[i];
+        const bool same = !segments.empty() && segments.back().cpuModel == run.cpuModel &&
+                          segments.back().logicalCpus == run.logicalCpus &&
+                          (!segments.back().corebenchSha256 || !run.corebenchSha256 ||
+                           *segments.back().corebenchSha256 == *run.corebenchSha256);
+        if (!same) {
             DriftSegment segment;
             segment.firstRun = static_cast<int>(i);
             segment.firstStartedAt = run.startedAt;
@@ -281,9 +269,23 @@ std::vector<DriftSegment> driftSegments(std::vector<DriftRun> runs, const DriftO
         if (run.corebenchSha256) {
             segment.corebenchSha256 = run.corebenchSha256;
         }
-        scores.push_back(run.score);
     }
-    close();
+    return segments;
+}
+
+std::vector<DriftSegment> driftSegments(std::vector<DriftRun> runs, const DriftOptions& options) {
+    const std::vector<DriftRun> ordered = orderedRuns(std::move(runs));
+    std::vector<DriftSegment> segments = configurationSegments(ordered);
+    for (DriftSegment& segment : segments) {
+        std::vector<double> scores;
+        for (int i = segment.firstRun; i < segment.firstRun + segment.runs; ++i) {
+            scores.push_back(ordered[i].score);
+        }
+        segment.changePoints = findChangePoints(scores, options);
+        for (ChangePoint& change : segment.changePoints) {
+            change.at = ordered[segment.firstRun + change.index].startedAt;
+        }
+    }
     return segments;
 }
 

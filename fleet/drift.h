@@ -57,11 +57,18 @@ struct DriftSegment {
 std::vector<ChangePoint> findChangePoints(const std::vector<double>& scores,
                                           const DriftOptions& options = {});
 
-// Orders the runs by start (runs that started together keep their order) and returns the
-// segments, oldest first, each with its change points. A segment ends where the CPU model or the
-// logical CPU count changes, or where the corebench build differs from the last one known in the
-// segment (a run that knows none matches any, so an import between two runs of one build or of
-// two builds neither joins nor hides the change).
+// The runs with a finite positive score, ordered by start (runs that started together keep their
+// order).
+std::vector<DriftRun> orderedRuns(std::vector<DriftRun> runs);
+
+// Cuts runs ordered by start into segments of one configuration, oldest first, without change
+// points (scores play no part). A segment ends where the CPU model or the logical CPU count
+// changes, or where the corebench build differs from the last one known in the segment (a run
+// that knows none matches any, so an import between two runs of one build or of two builds
+// neither joins nor hides the change).
+std::vector<DriftSegment> configurationSegments(const std::vector<DriftRun>& ordered);
+
+// The segments of orderedRuns(runs), each with its change points.
 std::vector<DriftSegment> driftSegments(std::vector<DriftRun> runs,
                                         const DriftOptions& options = {});
 

@@ -2,8 +2,10 @@
 #include <QDir>
 #include <QFileInfo>
 #include <algorithm>
+#include <map>
 #include <vector>
 
+#include "baseline.h"
 #include "command_options.h"
 #include "fleet_commands.h"
 #include "log_parser.h"
@@ -127,8 +129,15 @@ int importCommand(const QStringList& arguments) {
         std::stable_sort(imported.begin(), imported.end(), [](const Record& a, const Record& b) {
             return a.startedAt < b.startedAt;
         });
+        // Each host's folder is read once, with every record just written in it.
+        std::map<QString, std::vector<Record>> histories;
         for (const Record& record : imported) {
-            if (!writePromFile(record, parser.value(QStringLiteral("prom")))) {
+            auto history = histories.find(record.host);
+            if (history == histories.end()) {
+                history = histories.emplace(record.host, baselineHistory(out, record.host)).first;
+            }
+            if (!writePromFile(record, baselineScore(record, history->second),
+                               parser.value(QStringLiteral("prom")))) {
                 return kStatusUnwritable;
             }
         }

@@ -21,6 +21,9 @@ const Family kFamilies[] = {
     {"corebench_last_run_timestamp_seconds",
      "Start of the latest corebench run of the test, in seconds since the epoch."},
     {"corebench_run_duration_seconds", "Duration of the latest corebench run of the test."},
+    {"corebench_baseline_score_ps",
+     "Median score (PS) of the node's last 20 earlier runs of the test in the same "
+     "configuration; from 3 such runs on."},
     {"corebench_info", "The CPU and corebench binary of the latest run; always 1."},
 };
 
@@ -110,7 +113,8 @@ QString testLabel(const QString& test) {
 
 }  // namespace
 
-QByteArray promText(const Record& record, const QByteArray& existing) {
+QByteArray promText(const Record& record, std::optional<double> baseline,
+                    const QByteArray& existing) {
     std::vector<Sample> samples = keptSamples(existing, record.test);
     const QString test = testLabel(record.test);
     auto add = [&](const char* family, int thread, const QString& labels, const QString& number) {
@@ -128,6 +132,9 @@ QByteArray promText(const Record& record, const QByteArray& existing) {
         QString::number(record.startedAt.toSecsSinceEpoch()));
     if (record.durationS) {
         add("corebench_run_duration_seconds", -1, test, value(*record.durationS));
+    }
+    if (baseline) {
+        add("corebench_baseline_score_ps", -1, test, value(*baseline));
     }
     add("corebench_info", -1,
         QStringLiteral("cpu_model=\"%1\",corebench_sha256=\"%2\"")

@@ -4,10 +4,12 @@
 
 #include <QByteArray>
 #include <QString>
+#include <optional>
 
 #include "record.h"
 
 // The whole file after record: the record's series replace those of its test, the series of other
 // tests in existing (the file as it was; may be empty or damaged) are kept, and corebench_info
-// describes the latest binary and CPU.
-QByteArray promText(const Record& record, const QByteArray& existing);
+// describes the latest binary and CPU. The test's baseline series is written when there is one.
+QByteArray promText(const Record& record, std::optional<double> baseline,
+                    const QByteArray& existing);

@@ -6,6 +6,7 @@
 #include "command_options.h"
 #include "prom_export.h"
 #include "record.h"
+#include "record_files.h"
 #include "safe_file.h"
 
 namespace {
@@ -17,7 +18,21 @@ constexpr qint64 kMaxPromBytes = 16 << 20;
 
 }  // namespace
 
-bool writePromFile(const Record& record, const QString& promDir) {
+std::vector<Record> baselineHistory(const QString& records, const QString& host) {
+    QStringList problems;
+    RecordLoad load = loadRecords(hostRecordPaths(records, host, &problems));
+    // The record is written already: what stands in the way of its baseline is said, not fatal.
+    for (const QString& problem : problems + load.problems) {
+        printMessage(QStringLiteral("left out of the baseline: %1").arg(problem));
+    }
+    std::vector<Record> history;
+    for (LoadedRecord& loaded : load.records) {
+        history.push_back(std::move(loaded.record));
+    }
+    return history;
+}
+
+bool writePromFile(const Record& record, std::optional<double> baseline, const QString& promDir) {
     if (!QDir().mkpath(promDir)) {
         printMessage(QStringLiteral("cannot create the folder %1").arg(promDir));
         return false;
@@ -38,7 +53,7 @@ bool writePromFile(const Record& record, const QString& promDir) {
         printMessage(QStringLiteral("%1: %2").arg(path, error));
         return false;
     }
-    if (!replaceFile(path, promText(record, before.value_or(QByteArray())), &error)) {
+    if (!replaceFile(path, promText(record, baseline, before.value_or(QByteArray())), &error)) {
         printMessage(error);
         return false;
     }

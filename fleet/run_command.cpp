@@ -10,6 +10,7 @@
 #include <QSysInfo>
 #include <cstdio>
 
+#include "baseline.h"
 #include "command_options.h"
 #include "fleet_commands.h"
 #include "log_parser.h"
@@ -210,7 +211,8 @@ int runCommand(const QStringList& arguments) {
     }
     printMessage(QStringLiteral("recorded %1").arg(written));
     if (parser.isSet(QStringLiteral("prom")) &&
-        !writePromFile(record, parser.value(QStringLiteral("prom")))) {
+        !writePromFile(record, baselineScore(record, baselineHistory(out, record.host)),
+                       parser.value(QStringLiteral("prom")))) {
         return kStatusUnwritable;
     }
     return kStatusOk;

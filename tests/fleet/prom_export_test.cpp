@@ -19,7 +19,8 @@ Record record(const QString& test, double ps) {
 }
 
 TEST(PromExport, WritesEverySeriesWithHelpAndType) {
-    EXPECT_EQ(QString::fromUtf8(promText(record("All", 25.5), QByteArray())),
+    const QByteArray single = "corebench_baseline_score_ps{test=\"Single\"} 6\n";  // kept
+    EXPECT_EQ(QString::fromUtf8(promText(record("All", 25.5), 24.75, single)),
               R"(# HELP corebench_score_ps Score (PS) of the latest corebench run of the test.
 # TYPE corebench_score_ps gauge
 corebench_score_ps{test="All"} 25.5
@@ -33,6 +34,10 @@ corebench_last_run_timestamp_seconds{test="All"} 1795453980
 # HELP corebench_run_duration_seconds Duration of the latest corebench run of the test.
 # TYPE corebench_run_duration_seconds gauge
 corebench_run_duration_seconds{test="All"} 5.25
+# HELP corebench_baseline_score_ps Median score (PS) of the node's last 20 earlier runs of the test in the same configuration; from 3 such runs on.
+# TYPE corebench_baseline_score_ps gauge
+corebench_baseline_score_ps{test="All"} 24.75
+corebench_baseline_score_ps{test="Single"} 6
 # HELP corebench_info The CPU and corebench binary of the latest run; always 1.
 # TYPE corebench_info gauge
 corebench_info{cpu_model="AMD EPYC 7543",corebench_sha256="ab12"} 1
@@ -51,7 +56,8 @@ TEST(PromExport, ReplacesItsOwnSeriesEscapesAndHealsADamagedFile) {
     const QByteArray damaged =
         "corebench_score_ps{test=\"Single\"} 7\ngarbage {{{\ncorebench_score_ps{test=\"Sin\n"
         "other_metric{test=\"x\"} 1\ncorebench_score_ps 3\n";
-    const QByteArray first = promText(odd, promText(record("Odd\"Test\\", 30.0), damaged));
+    const QByteArray first =
+        promText(odd, {}, promText(record("Odd\"Test\\", 30.0), 29.0, damaged));
     const QString text = QString::fromUtf8(first);
     for (const char* line :
          {"corebench_info{cpu_model=\"CPU \\\"X\\\"\\nrev\\\\2\",corebench_sha256=\"\"} 1\n",
@@ -62,13 +68,13 @@ TEST(PromExport, ReplacesItsOwnSeriesEscapesAndHealsADamagedFile) {
     // Unknown values are left out; of the damaged file only the series of another test stays.
     for (const char* gone :
          {"corebench_score_ps{test=\"Odd", "corebench_run_duration_seconds{", "thread=\"1\"",
-          "garbage", "other_metric", "corebench_score_ps 3", "\"Sin\n"}) {
+          "_baseline_score_ps{", "garbage", "other_metric", "corebench_score_ps 3", "\"Sin\n"}) {
         EXPECT_FALSE(text.contains(QLatin1String(gone))) << gone;
     }
     EXPECT_EQ(text.count("corebench_info{"), 1);
     EXPECT_EQ(text.count("thread=\"0\"}"), 1);
     EXPECT_EQ(text.count("# TYPE corebench_score_ps gauge"), 1);
-    EXPECT_EQ(promText(odd, first), first) << "writing the same again changes nothing";
+    EXPECT_EQ(promText(odd, {}, first), first) << "writing the same again changes nothing";
 }
 
 }  // namespace

@@ -1,0 +1,46 @@
+#include "baseline.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "drift.h"
+
+namespace {
+
+DriftRun driftRun(const Record& record) {
+    DriftRun run;
+    run.startedAt = record.startedAt;
+    run.score = record.psResult.value_or(0);
+    run.cpuModel = record.cpuModel;
+    run.logicalCpus = record.logicalCpus;
+    run.corebenchSha256 = record.corebenchSha256;
+    return run;
+}
+
+}  // namespace
+
+std::optional<double> baselineScore(const Record& latest, const std::vector<Record>& records) {
+    std::vector<DriftRun> earlier;
+    for (const Record& record : records) {
+        // Records keep the start to the second: the latest run's own record, or another of the
+        // same second, is not earlier.
+        if (record.host == latest.host && record.test == latest.test &&
+            record.startedAt.toSecsSinceEpoch() < latest.startedAt.toSecsSinceEpoch()) {
+            earlier.push_back(driftRun(record));
+        }
+    }
+    std::vector<DriftRun> runs = orderedRuns(std::move(earlier));
+    // The latest run goes last whatever its score: it names the configuration.
+    runs.push_back(driftRun(latest));
+    const DriftSegment current = configurationSegments(runs).back();
+    const int count = std::min(current.runs - 1, kBaselineMaxRuns);
+    if (count < kBaselineMinRuns) {
+        return std::nullopt;
+    }
+    const auto last = runs.begin() + current.firstRun + current.runs - 1;
+    std::vector<double> scores;
+    std::transform(last - count, last, std::back_inserter(scores),
+                   [](const DriftRun& run) { return run.score; });
+    std::sort(scores.begin(), scores.end());
+    return count % 2 == 1 ? scores[count / 2] : (scores[count / 2 - 1] + scores[count / 2]) / 2;
+}
