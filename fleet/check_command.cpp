@@ -40,6 +40,10 @@ int checkCommand(const QStringList& arguments) {
         {QStringLiteral("max-age"),
          QStringLiteral("Drain when the newest record is older (3600, 90m, 36h, 8d), or missing."),
          QStringLiteral("AGE")},
+        {QStringLiteral("drift"),
+         QStringLiteral("Drain when the node's own scores dropped by at least this fraction since "
+                        "its configuration last changed (0.05 is 5 %)."),
+         QStringLiteral("FRACTION")},
     });
     parser.addPositionalArgument(QStringLiteral("RECORDS"), QStringLiteral("The records folder."));
     int status = kStatusOk;
@@ -81,6 +85,16 @@ int checkCommand(const QStringList& arguments) {
                              .arg(request.maxAgeText));
             return kStatusUsage;
         }
+    }
+    if (parser.isSet(QStringLiteral("drift"))) {
+        bool ok = false;
+        const double drift = parser.value(QStringLiteral("drift")).toDouble(&ok);
+        if (!ok || !(drift > 0.0 && drift < 1.0)) {
+            printMessage(
+                QStringLiteral("--drift must be a fraction above 0 and below 1, such as 0.05"));
+            return kStatusUsage;
+        }
+        request.driftFraction = drift;
     }
     request.records = parser.positionalArguments().front();
     request.now = QDateTime::currentDateTimeUtc();

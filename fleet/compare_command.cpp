@@ -3,7 +3,9 @@
 #include <cstdio>
 
 #include "command_options.h"
+#include "compare_drift.h"
 #include "compare_format.h"
+#include "compare_html.h"
 #include "fleet_commands.h"
 #include "fleet_compare.h"
 #include "fleet_summary.h"
@@ -26,7 +28,7 @@ int compareCommand(const QStringList& arguments) {
         QStringLiteral("Compares records and flags slow nodes. Exit status 0: none flagged; "
                        "1: a node flagged; 2: bad input."));
     parser.addOptions({
-        {QStringLiteral("format"), QStringLiteral("table (default), csv or json."),
+        {QStringLiteral("format"), QStringLiteral("table (default), csv, json or html."),
          QStringLiteral("FORMAT"), QStringLiteral("table")},
         {QStringLiteral("floor"),
          QStringLiteral("Flag a score below this share of the group median."),
@@ -47,8 +49,9 @@ int compareCommand(const QStringList& arguments) {
     CompareOptions options;
     const QString format = parser.value(QStringLiteral("format"));
     if (format != QLatin1String("table") && format != QLatin1String("csv") &&
-        format != QLatin1String("json")) {
-        printMessage(QStringLiteral("--format must be table, csv or json, not \"%1\"").arg(format));
+        format != QLatin1String("json") && format != QLatin1String("html")) {
+        printMessage(
+            QStringLiteral("--format must be table, csv, json or html, not \"%1\"").arg(format));
         return kStatusUsage;
     }
     if (!positiveNumber(parser.value(QStringLiteral("floor")), &options.floor)) {
@@ -73,10 +76,12 @@ int compareCommand(const QStringList& arguments) {
         return kStatusUsage;
     }
     std::vector<GroupStats> groups;
-    const std::vector<CompareRow> rows = compareRecords(load.records, options, &groups);
+    std::vector<CompareRow> rows = compareRecords(load.records, options, &groups);
     const QString summaryPath = parser.value(QStringLiteral("summary"));
     QString error;
     // A summary of nothing (every record unreadable) would tell every node that it has no peers.
+    // It holds the verdict against the group only: whether a node's own drift drains it is the
+    // health check's setting, decided from the node's own records.
     if (!summaryPath.isEmpty() && !load.records.empty() &&
         !replaceFile(summaryPath,
                      summaryToJson(rows, groups, options, QDateTime::currentDateTimeUtc()),
@@ -84,9 +89,14 @@ int compareCommand(const QStringList& arguments) {
         printMessage(error);
         return kStatusUnwritable;
     }
+    // Each host's history is looked at once, for its row and its chart.
+    const std::map<HistoryKey, HostHistory> histories = hostHistories(load.records);
+    addDrift(histories, &rows);
     const QByteArray text = format == QLatin1String("csv")    ? formatCompareCsv(rows)
                             : format == QLatin1String("json") ? formatCompareJson(rows)
-                                                              : formatCompareTable(rows);
+                            : format == QLatin1String("html")
+                                ? formatCompareHtml(rows, histories, options)
+                                : formatCompareTable(rows);
     fwrite(text.constData(), 1, static_cast<size_t>(text.size()), stdout);
     fflush(stdout);
     if (!load.problems.isEmpty()) {

@@ -32,6 +32,21 @@ QString startedText(const CompareRow& row) {
     return row.startedAt.toUTC().toString(Qt::ISODate);
 }
 
+// The drift columns come after all the others, so that readers of the older columns by position
+// still find them.
+const char* const kDriftColumns[] = {"drift_at", "drift_median_before", "drift_median_after",
+                                     "drift_ratio", "drift_p"};
+
+QStringList driftFields(const CompareRow& row) {
+    if (!row.drift) {
+        return {QString(), QString(), QString(), QString(), QString()};
+    }
+    const ChangePoint& drift = *row.drift;
+    return {drift.at.toUTC().toString(Qt::ISODate), QString::number(drift.medianBefore, 'f', 3),
+            QString::number(drift.medianAfter, 'f', 3), QString::number(drift.ratio, 'f', 4),
+            QString::number(drift.pValue, 'g', 3)};
+}
+
 // The row's fields as text, in column order; a missing number is empty.
 QStringList rowFields(const CompareRow& row) {
     QStringList fields{row.host, row.test, startedText(row),
@@ -43,6 +58,7 @@ QStringList rowFields(const CompareRow& row) {
     fields << QString::number(row.records)
            << (row.logicalCpus ? QString::number(*row.logicalCpus) : QString())
            << row.cpuModel.value_or(QString()) << row.file;
+    fields << driftFields(row);
     return fields;
 }
 
@@ -62,7 +78,8 @@ double rounded(double value, int decimals) {
 }
 
 // host,test,started_at,flagged,reason,ps_result,group_median,ratio,robust_z,min_thread_ps,
-// median_thread_ps,cv,records,logical_cpus,cpu_model,file
+// median_thread_ps,cv,records,logical_cpus,cpu_model,file, then drift_at,drift_median_before,
+// drift_median_after,drift_ratio,drift_p
 QStringList compareColumns() {
     QStringList columns{QStringLiteral("host"), QStringLiteral("test"),
                         QStringLiteral("started_at"), QStringLiteral("flagged"),
@@ -72,10 +89,21 @@ QStringList compareColumns() {
     }
     columns << QStringLiteral("records") << QStringLiteral("logical_cpus")
             << QStringLiteral("cpu_model") << QStringLiteral("file");
+    for (const char* name : kDriftColumns) {
+        columns << QLatin1String(name);
+    }
     return columns;
 }
 
 }  // namespace
+
+QStringList compareColumnNames() {
+    return compareColumns();
+}
+
+QStringList compareRowFields(const CompareRow& row) {
+    return rowFields(row);
+}
 
 QByteArray formatCompareTable(const std::vector<CompareRow>& rows) {
     std::vector<QStringList> lines{compareColumns()};
@@ -141,6 +169,14 @@ QByteArray formatCompareJson(const std::vector<CompareRow>& rows) {
         object.insert(QStringLiteral("cpu_model"),
                       row.cpuModel ? QJsonValue(*row.cpuModel) : QJsonValue());
         object.insert(QStringLiteral("file"), row.file);
+        const QStringList drift = driftFields(row);
+        for (int i = 0; i < drift.size(); ++i) {
+            // The time as text, the numbers as numbers, null without a change point.
+            object.insert(QLatin1String(kDriftColumns[i]), !row.drift ? QJsonValue()
+                                                           : i == 0
+                                                               ? QJsonValue(drift[i])
+                                                               : QJsonValue(drift[i].toDouble()));
+        }
         array.append(object);
     }
     QJsonObject root;

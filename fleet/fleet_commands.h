@@ -20,3 +20,4 @@ int runCommand(const QStringList& arguments);
 int importCommand(const QStringList& arguments);
 int compareCommand(const QStringList& arguments);
 int checkCommand(const QStringList& arguments);
+int historyCommand(const QStringList& arguments);

@@ -9,6 +9,7 @@
 #include <optional>
 #include <vector>
 
+#include "drift.h"
 #include "record.h"
 
 struct CompareOptions {
@@ -33,6 +34,7 @@ struct CompareRow {
     std::optional<int> logicalCpus;
     std::optional<QString> cpuModel;
     QString file;
+    std::optional<ChangePoint> drift;  // the latest of the host's current segment, if any
 };
 
 // Like machines: CPU model (empty when unknown), logical CPU count (-1 when unknown) and test.

@@ -11,10 +11,11 @@ const char kUsage[] =
     "Usage:\n"
     "  corebench-fleet run [--out DIR] [--prom DIR] [--corebench PATH] [-- corebench args...]\n"
     "  corebench-fleet import [--host NAME] [--test NAME] [--out DIR] [--prom DIR] LOG...\n"
-    "  corebench-fleet compare [--format table|csv|json] [--floor 0.90] [--z 3.5]\n"
+    "  corebench-fleet compare [--format table|csv|json|html] [--floor 0.90] [--z 3.5]\n"
     "                          [--summary FILE] PATH...\n"
     "  corebench-fleet check --summary FILE --host HOST --test TEST [--floor PS]\n"
-    "                        [--max-age AGE] RECORDS\n"
+    "                        [--max-age AGE] [--drift FRACTION] RECORDS\n"
+    "  corebench-fleet history [--test NAME] [--format table|csv|json] HOST PATH...\n"
     "Run 'corebench-fleet COMMAND --help' for a command's options.\n";
 
 }  // namespace
@@ -34,6 +35,8 @@ int main(int argc, char** argv) {
         status = compareCommand(arguments);
     } else if (command == QLatin1String("check")) {
         status = checkCommand(arguments);
+    } else if (command == QLatin1String("history")) {
+        status = historyCommand(arguments);
     } else if (command == QLatin1String("--help") || command == QLatin1String("-h")) {
         fputs(kUsage, stdout);
         status = kStatusOk;

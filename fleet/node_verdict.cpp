@@ -3,6 +3,8 @@
 #include <QRegularExpression>
 #include <QStringList>
 
+#include "compare_drift.h"
+
 namespace {
 
 // Ten years: far beyond any sweep interval, and far from overflowing anything.
@@ -62,6 +64,20 @@ std::optional<Newest> newestOf(const FleetSummary& summary,
     return Newest{own->record.startedAt, own->record.psResult, row.reasons};
 }
 
+// The latest change point of the current segment of the node's own runs of the test.
+std::optional<ChangePoint> ownDrift(const std::vector<LoadedRecord>& ownRecords,
+                                    const CheckRequest& request) {
+    std::vector<LoadedRecord> mine;
+    for (const LoadedRecord& loaded : ownRecords) {
+        if (loaded.record.host == request.host && sameTest(loaded.record.test, request.test)) {
+            mine.push_back(loaded);
+            mine.back().record.test = request.test;  // one series, whatever the case
+        }
+    }
+    const std::map<HistoryKey, HostHistory> histories = hostHistories(mine);
+    return histories.empty() ? std::nullopt : latestDrift(histories.begin()->second.segments);
+}
+
 }  // namespace
 
 NodeVerdict decideNode(const FleetSummary& summary, const std::vector<LoadedRecord>& ownRecords,
@@ -92,6 +108,14 @@ NodeVerdict decideNode(const FleetSummary& summary, const std::vector<LoadedReco
         if (request.maxAgeS && newest->startedAt.secsTo(request.now) > *request.maxAgeS) {
             reasons << QStringLiteral("newest record (%1) older than %2")
                            .arg(started, request.maxAgeText);
+        }
+    }
+    if (request.driftFraction) {
+        // A tiny allowance, so that a drop of exactly the setting (1 - 0.95 in binary) counts.
+        const std::optional<ChangePoint> drift = ownDrift(ownRecords, request);
+        if (drift && drift->direction == DriftDirection::Down &&
+            1 - drift->ratio >= *request.driftFraction - 1e-9) {
+            reasons << driftReason(*drift);
         }
     }
     if (reasons.isEmpty()) {

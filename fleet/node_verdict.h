@@ -19,6 +19,9 @@ struct CheckRequest {
     QString maxAgeText;             // as the admin wrote it, for the reason
     QString records;                // the records folder, for the reason
     QDateTime now;
+    // Drain when the node's own runs of the test dropped by at least this fraction since its
+    // configuration last changed (the latest change point of its current segment); off when unset.
+    std::optional<double> driftFraction;
 };
 
 enum class Verdict { Healthy = 0, Drain = 1 };

@@ -199,7 +199,7 @@ TEST(NodeVerdict, DecidesFromTheSummaryAndNewerOwnRecords) {
     };
     for (const Row& row : table) {
         const CheckRequest request{row.host, row.test,   row.floor, row.maxAgeS,
-                                   "3d",     "/records", now};
+                                   "3d",     "/records", now,       {}};
         const NodeVerdict verdict = decideNode(*summary, row.own, request);
         EXPECT_TRUE(verdict.line.startsWith(QLatin1String(row.line)))
             << row.host << " " << row.line << ": " << verdict.line.toStdString();
@@ -207,6 +207,34 @@ TEST(NodeVerdict, DecidesFromTheSummaryAndNewerOwnRecords) {
     }
     EXPECT_FALSE(summaryFromJson(R"({"kind":"corebench-summary","schema":2})", &error));
     EXPECT_FALSE(summaryFromJson(summaryToJson(rows, groups, {0.9, 3.5}, {}), &error));
+}
+
+// With a drift setting, a drop in the node's own runs drains it, however it compares with its
+// group.
+TEST(NodeVerdict, DrainsOnOwnDriftOnlyWhenAsked) {
+    std::vector<LoadedRecord> fleet{node("n1", 100), node("n2", 101), node("n3", 99)};
+    std::vector<GroupStats> groups;
+    const std::vector<CompareRow> rows = compareRecords(fleet, CompareOptions(), &groups);
+    QString error;
+    const std::optional<FleetSummary> summary = summaryFromJson(
+        summaryToJson(rows, groups, CompareOptions(), QDateTime::currentDateTimeUtc()), &error);
+    ASSERT_TRUE(summary) << error.toStdString();
+    std::vector<LoadedRecord> own;  // 40 runs at 100, then 10 at 97, hourly from 2 November
+    for (int i = 0; i < 50; ++i) {
+        own.push_back(node("n1", (i < 40 ? 100 : 97) + (i % 2 ? 0.3 : -0.3)));
+        own.back().record.startedAt =
+            QDateTime(QDate(2026, 11, 2), QTime(0, 0), Qt::UTC).addSecs(3600 * i);
+    }
+    const std::pair<std::optional<double>, const char*> table[] = {
+        {{}, "healthy: ALL 97.300 PS"},
+        {0.05, "healthy: ALL 97.300 PS"},
+        {0.03, "drain: drift: -3.3% since 2026-11-03 (p < 0.0001)"},
+    };
+    for (const auto& [drift, line] : table) {
+        CheckRequest request{"n1", "ALL", {}, {}, "", "/records", {}, drift};
+        const QString got = decideNode(*summary, own, request).line;
+        EXPECT_TRUE(got.startsWith(QLatin1String(line))) << got.toStdString();
+    }
 }
 
 TEST(NodeVerdict, AgesWithinTenYears) {

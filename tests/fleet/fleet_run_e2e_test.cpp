@@ -77,6 +77,9 @@ TEST_F(FleetRun, RecordsWhatCorebenchPrintedAndPassesItThrough) {
     EXPECT_EQ(record["host"].toString(), host);
     EXPECT_EQ(record["corebench_sha256"].toString(), sha256(corebench));
     expectJsonHas(record, R"({"source": "run", "status": 24, "ps_result": 24.488})");
+    const FleetResult history = runFleet({"history", host, path("out")});
+    EXPECT_TRUE(history.out.contains("      24.488        1  run     segment 1: "))
+        << history.out.toStdString();
 
     EXPECT_TRUE(readFile(path("prom/corebench.prom"))
                     .contains("corebench_score_ps{test=\"SingleSpeed\"} 24.488\n"));
@@ -164,6 +167,10 @@ TEST_F(FleetRun, ImportsExistingLogs) {
     expectJsonHas(onlyRecord(path("records/node03")),
                   R"({"source": "import", "status": null, "corebench_sha256": null,
                       "duration_s": 239})");
+    EXPECT_TRUE(runFleet({"history", "node03", path("records")})
+                    .out.contains("AllVerbose: 1 runs, 1 with a score, 1 segment(s)\n"
+                                  "  started_at              ps_result  segment  source  note\n"
+                                  "  2024-02-29T23:56:00Z"));
 
     // --host and --test override what the name and the log say.
     const FleetResult named = runFleet({"import", "--host", "render-9", "--test", "single5",

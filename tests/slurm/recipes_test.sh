@@ -124,6 +124,7 @@ write_conf() {
 RECORDS="$tmp/records"
 FLOOR=${1-}      # PS
 MAX_AGE=${2-}
+DRIFT=${3-}
 TEST='All'
 SLURM_CONF=$tmp/slurm.conf
 HOST=n1
@@ -131,7 +132,7 @@ FLEET=corebench-fleet
 CONF
   chmod 600 "$conf"
 }
-write_conf 50 8d
+write_conf 50 8d 0.05
 r="30.000 PS below floor 50"
 # state | reason | check's status and line | expected state | reason | output (after "slurm-n1: ")
 while IFS='|' read -r state reason verdict want_state want_reason want_out; do
@@ -154,7 +155,7 @@ IDLE+DRAIN|corebench: $r|1 drain: $r|IDLE+DRAIN|corebench: $r|stays drained (cor
 IDLE+DRAIN|corebench: old|1 drain: $r|IDLE+DRAIN|corebench: $r|drained (corebench: $r)
 IDLE+DRAIN|fan|1 drain: $r|IDLE+DRAIN|fan|would drain (corebench: $r), but it is already drained by someone else: fan
 ROWS
-[ "$(cat "$stub/check_args")" = "<check><--summary><$tmp/records/corebench-summary.json><--host><n1><--test><All><--floor><50><--max-age><8d><$tmp/records>" ] ||
+[ "$(cat "$stub/check_args")" = "<check><--summary><$tmp/records/corebench-summary.json><--host><n1><--test><All><--floor><50><--max-age><8d><--drift><0.05><$tmp/records>" ] ||
   fail "check ran as $(cat "$stub/check_args")"
 
 # Faults: whatever the check cannot judge or should not trust, it leaves the node as it is, says
@@ -178,7 +179,7 @@ done <<ROWS
 1 drain: X|chmod g+w "$conf"|settings file $conf (or its folder) can be written by others than root
 1 drain: X|chmod o+w "$stub/bin/corebench-fleet"|$stub/bin/corebench-fleet (or its folder) can be written by others than root
 1 drain: X|chmod 777 "$tmp/records"|$tmp/records can be written by everyone
-1 drain: X|echo FLOR=60 >> "$conf"|$conf:10: unknown setting FLOR
+1 drain: X|echo FLOR=60 >> "$conf"|$conf:11: unknown setting FLOR
 1 drain: X|sed -i -e '/^RECORDS=/d' -e 's/^  RECORDS = .*/RECORDS=/' "$conf"|RECORDS (the shared records folder) is not set
 1 drain: X|conf=$tmp/missing.conf|cannot read settings file $tmp/missing.conf
 1 drain: X|cp "$contrib/healthcheck.conf.example" "$tmp/example.conf"; conf=$tmp/example.conf|records folder /shared/corebench/records is not there
@@ -224,11 +225,11 @@ while read -r status want files; do
   echo "$status" > "$stub/compare_status"
   rm -f "$report_base".*
   sh "$stub/job-104.sh" && got=0 || got=$?
-  [ "$got $(cd "$odd/records" && ls -m "${report_base##*/}".* 2>/dev/null | tr -d ' ')" = "$want $files" ] ||
+  [ "$got $(cd "$odd/records" && ls -m -w 0 "${report_base##*/}".* 2>/dev/null | tr -d ' ')" = "$want $files" ] ||
     fail "report job with compare status $status: exit $got, files: $(ls "$odd/records")"
 done <<ROWS
-1 0 ${report_base##*/}.csv,${report_base##*/}.txt
-2 2 ${report_base##*/}.csv,${report_base##*/}.txt
+1 0 ${report_base##*/}.csv,${report_base##*/}.html,${report_base##*/}.txt
+2 2 ${report_base##*/}.csv,${report_base##*/}.html,${report_base##*/}.txt
 3 3 
 ROWS
 echo 0 > "$stub/compare_status"

@@ -1,0 +1,56 @@
+#include "compare_drift.h"
+
+#include <algorithm>
+#include <cmath>
+
+std::map<HistoryKey, HostHistory> hostHistories(const std::vector<LoadedRecord>& records,
+                                                const DriftOptions& options) {
+    std::map<HistoryKey, HostHistory> histories;
+    for (const LoadedRecord& loaded : records) {
+        const Record& record = loaded.record;
+        if (!record.psResult || !std::isfinite(*record.psResult) || !(*record.psResult > 0)) {
+            continue;  // driftSegments leaves such runs out too
+        }
+        DriftRun run;
+        run.startedAt = record.startedAt;
+        run.score = *record.psResult;
+        run.cpuModel = record.cpuModel;
+        run.logicalCpus = record.logicalCpus;
+        run.corebenchSha256 = record.corebenchSha256;
+        histories[{record.host, record.test}].runs.push_back(run);
+    }
+    for (auto& entry : histories) {
+        HostHistory& history = entry.second;
+        std::stable_sort(
+            history.runs.begin(), history.runs.end(),
+            [](const DriftRun& a, const DriftRun& b) { return a.startedAt < b.startedAt; });
+        history.segments = driftSegments(history.runs, options);
+    }
+    return histories;
+}
+
+QString pValueText(double p) {
+    return p < 0.0001 ? QStringLiteral("p < 0.0001")
+                      : QStringLiteral("p %1").arg(QString::number(p, 'f', 4));
+}
+
+QString driftReason(const ChangePoint& change) {
+    return QStringLiteral("drift: %1% since %2 (%3)")
+        .arg(QString::number(100 * (change.ratio - 1), 'f', 1),
+             change.at.toUTC().date().toString(Qt::ISODate), pValueText(change.pValue));
+}
+
+void addDrift(const std::map<HistoryKey, HostHistory>& histories, std::vector<CompareRow>* rows) {
+    for (CompareRow& row : *rows) {
+        const auto found = histories.find({row.host, row.test});
+        if (found == histories.end()) {
+            continue;
+        }
+        row.drift = latestDrift(found->second.segments);
+        if (!row.drift || row.drift->direction != DriftDirection::Down) {
+            continue;
+        }
+        row.reasons << driftReason(*row.drift);
+        row.flagged = true;
+    }
+}
