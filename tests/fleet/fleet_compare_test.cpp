@@ -126,11 +126,12 @@ TEST(CompareFormat, CsvColumnsAndQuoting) {
     ASSERT_EQ(lines.size(), 4);
     EXPECT_EQ(lines[0], QStringLiteral("host,test,started_at,flagged,reason,ps_result,group_median,"
                                        "ratio,robust_z,min_thread_ps,median_thread_ps,cv,records,"
-                                       "logical_cpus,cpu_model,file"));
+                                       "logical_cpus,cpu_model,file,drift_at,drift_median_before,"
+                                       "drift_median_after,drift_ratio,drift_p"));
     EXPECT_EQ(lines[1],
               QStringLiteral("n2,All,2026-11-01T12:00:00Z,yes,score at 0.824 of the group median "
                              "(floor 0.9),70.000,85.000,0.824,,35.000,35.000,,1,2,"
-                             "\"AMD EPYC 7543 32-Core, \"\"B\"\" stepping\",/records/n2-1.json"));
+                             "\"AMD EPYC 7543 32-Core, \"\"B\"\" stepping\",/records/n2-1.json,,,,,"));
     EXPECT_TRUE(lines[2].startsWith(QLatin1String("n1,All,2026-11-01T12:00:00Z,no,,100.000,")));
     EXPECT_TRUE(lines[3].isEmpty());
 }
@@ -138,12 +139,14 @@ TEST(CompareFormat, CsvColumnsAndQuoting) {
 TEST(CompareFormat, JsonAndTableCarryTheSameColumns) {
     const QJsonObject first =
         QJsonDocument::fromJson(formatCompareJson(formatted()))["rows"][0].toObject();
-    EXPECT_EQ(first.size(), 16);
+    EXPECT_EQ(first.size(), 21);
     expectJsonHas(first, R"json({"host": "n2", "test": "All", "started_at": "2026-11-01T12:00:00Z",
         "flagged": true, "reason": "score at 0.824 of the group median (floor 0.9)",
         "ps_result": 70, "group_median": 85, "ratio": 0.824, "robust_z": null,
         "min_thread_ps": 35, "median_thread_ps": 35, "cv": null, "records": 1, "logical_cpus": 2,
-        "cpu_model": "AMD EPYC 7543 32-Core, \"B\" stepping", "file": "/records/n2-1.json"})json");
+        "cpu_model": "AMD EPYC 7543 32-Core, \"B\" stepping", "file": "/records/n2-1.json",
+        "drift_at": null, "drift_median_before": null, "drift_median_after": null,
+        "drift_ratio": null, "drift_p": null})json");
 
     // Aligned: every column starts at the same place on every line; an empty reason shows as -.
     const QStringList table = QString::fromUtf8(formatCompareTable(formatted())).split('\n');
