@@ -128,10 +128,11 @@ TEST(CompareFormat, CsvColumnsAndQuoting) {
                                        "ratio,robust_z,min_thread_ps,median_thread_ps,cv,records,"
                                        "logical_cpus,cpu_model,file,drift_at,drift_median_before,"
                                        "drift_median_after,drift_ratio,drift_p"));
-    EXPECT_EQ(lines[1],
-              QStringLiteral("n2,All,2026-11-01T12:00:00Z,yes,score at 0.824 of the group median "
-                             "(floor 0.9),70.000,85.000,0.824,,35.000,35.000,,1,2,"
-                             "\"AMD EPYC 7543 32-Core, \"\"B\"\" stepping\",/records/n2-1.json,,,,,"));
+    EXPECT_EQ(
+        lines[1],
+        QStringLiteral("n2,All,2026-11-01T12:00:00Z,yes,score at 0.824 of the group median "
+                       "(floor 0.9),70.000,85.000,0.824,,35.000,35.000,,1,2,"
+                       "\"AMD EPYC 7543 32-Core, \"\"B\"\" stepping\",/records/n2-1.json,,,,,"));
     EXPECT_TRUE(lines[2].startsWith(QLatin1String("n1,All,2026-11-01T12:00:00Z,no,,100.000,")));
     EXPECT_TRUE(lines[3].isEmpty());
 }
