@@ -1,8 +1,5 @@
 #include "standard_output.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdio>
 
@@ -24,8 +21,9 @@ void keepError(int error) {
 }  // namespace
 
 bool prepareStandardOutput() {
-    if (fcntl(STDOUT_FILENO, F_GETFD) == -1) {
-        keepError(errno);
+    const int error = openStandardOutput();
+    if (error != 0) {
+        keepError(error);
         return false;
     }
     setvbuf(stdout, buffer, _IOFBF, sizeof buffer);

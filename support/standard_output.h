@@ -10,6 +10,10 @@
 // would be taken by the next file the program opens.
 bool prepareStandardOutput();
 
+// 0 when standard output is open, else the error number; on Windows it also switches standard
+// output and error to binary mode. One implementation per system.
+int openStandardOutput();
+
 // Writes out what is buffered. False when this or an earlier write failed.
 bool flushStandardOutput();
 

@@ -1,0 +1,10 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "standard_output.h"
+
+int openStandardOutput() {
+    return fcntl(STDOUT_FILENO, F_GETFD) == -1 ? errno : 0;
+}
