@@ -32,7 +32,7 @@ bool prepareStandardOutput() {
 
 bool flushStandardOutput() {
     if (fflush(stdout) != 0) {
-        keepError(errno);
+        keepError(standardOutputWriteError(errno));
     } else if (ferror(stdout)) {
         // A write failed where stdio wrote on its own; its error number is gone by now.
         keepError(EIO);

@@ -8,3 +8,7 @@
 int openStandardOutput() {
     return fcntl(STDOUT_FILENO, F_GETFD) == -1 ? errno : 0;
 }
+
+int standardOutputWriteError(int error) {
+    return error;
+}

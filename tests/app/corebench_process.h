@@ -50,6 +50,17 @@ inline const std::vector<std::string>& corebenchLauncher() {
     return launcher;
 }
 
+// False for arguments longer than COREBENCH_TEST_COMMAND_LINE (characters, blanks between them
+// included), which the program's system cannot pass: Windows takes at most 32,767.
+inline bool fitsCommandLine(const std::vector<std::string>& arguments) {
+    const char* limit = getenv("COREBENCH_TEST_COMMAND_LINE");
+    size_t length = 0;
+    for (const std::string& argument : arguments) {
+        length += argument.size() + 1;
+    }
+    return limit == nullptr || length <= strtoul(limit, nullptr, 10);
+}
+
 inline const char* corebenchProgram() {
     const char* program = getenv("COREBENCH_TEST_PROGRAM");
     return program != nullptr ? program : COREBENCH_BINARY;
