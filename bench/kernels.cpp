@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "aligned_memory.h"
 #include "sine_cosine.h"
 #include "square_root.h"
 #include "truncate.h"
@@ -244,11 +245,10 @@ KERNEL int32_t memoryShuffle(const PassContext& worker) {
 
 KERNEL float sqrtFill() {
     // Sixteen-byte alignment for the four-lane stores. The array is never freed.
-    void* memory = nullptr;
-    if (posix_memalign(&memory, 16, kFillCount * sizeof(float)) != 0) {
+    float* values = static_cast<float*>(allocateAligned(16, kFillCount * sizeof(float)));
+    if (values == nullptr) {
         return 0.0f;
     }
-    float* values = static_cast<float*>(memory);
     for (int32_t repeat = 0; repeat < 8000; ++repeat) {
         fillRootOverValue(values, kFillCount);
         keepStores(values);

@@ -27,6 +27,10 @@ set(CPACK_PACKAGE_FILE_NAME "${PROJECT_NAME}-${PROJECT_VERSION}-${CMAKE_SYSTEM_N
 set(CPACK_STRIP_FILES ON)
 if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
   set(CPACK_GENERATOR DEB RPM TGZ)
+elseif(WIN32)
+  # A .zip to unpack anywhere on a node: the programs beside the DLLs they load.
+  set(CPACK_GENERATOR ZIP)
+  include(${CMAKE_CURRENT_LIST_DIR}/windows_runtime.cmake)
 else()
   set(CPACK_GENERATOR TGZ)
 endif()

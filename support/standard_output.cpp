@@ -1,8 +1,5 @@
 #include "standard_output.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdio>
 
@@ -24,8 +21,9 @@ void keepError(int error) {
 }  // namespace
 
 bool prepareStandardOutput() {
-    if (fcntl(STDOUT_FILENO, F_GETFD) == -1) {
-        keepError(errno);
+    const int error = openStandardOutput();
+    if (error != 0) {
+        keepError(error);
         return false;
     }
     setvbuf(stdout, buffer, _IOFBF, sizeof buffer);
@@ -34,7 +32,7 @@ bool prepareStandardOutput() {
 
 bool flushStandardOutput() {
     if (fflush(stdout) != 0) {
-        keepError(errno);
+        keepError(standardOutputWriteError(errno));
     } else if (ferror(stdout)) {
         // A write failed where stdio wrote on its own; its error number is gone by now.
         keepError(EIO);

@@ -10,6 +10,14 @@
 // would be taken by the next file the program opens.
 bool prepareStandardOutput();
 
+// 0 when standard output is open, else the error number; on Windows it also switches standard
+// output and error to binary mode. One implementation per system.
+int openStandardOutput();
+// The error number to report for a failed write that set errno to error. One implementation per
+// system: Windows reports a pipe whose reader has gone as EINVAL, and it is EPIPE here as
+// elsewhere.
+int standardOutputWriteError(int error);
+
 // Writes out what is buffered. False when this or an earlier write failed.
 bool flushStandardOutput();
 

@@ -1,11 +1,9 @@
 #include "time_helpers.h"
 
-#include <sys/time.h>
-#include <unistd.h>
-
 #include <cstdio>
 #include <ctime>
 
+#include "system_clock.h"
 #include "wrap_int32.h"
 
 int32_t utcOffsetSeconds = -1;
@@ -13,9 +11,7 @@ int32_t utcOffsetSeconds = -1;
 namespace {
 
 int64_t nowMs() {
-    timeval now{};
-    gettimeofday(&now, nullptr);
-    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_usec / 1000;
+    return wallClockMs();
 }
 
 // The reading and the start are both cut to 32 bits, subtracted modulo 2^32 and cut to 31 bits.
@@ -34,9 +30,8 @@ constexpr int32_t kOffsetFoldLimit = 43230;
 // known; 0 once that offset is right.
 int32_t offsetResidue() {
     const int64_t now = static_cast<int64_t>(time(nullptr));
-    const time_t shifted = static_cast<time_t>(now - utcOffsetSeconds);
     tm local{};
-    localtime_r(&shifted, &local);
+    localTimeOf(now - utcOffsetSeconds, &local);
     const int32_t localSeconds = local.tm_hour * 3600 + local.tm_min * 60 + local.tm_sec;
     const int32_t utcSeconds = static_cast<int32_t>(now - now / kSecondsPerDay * kSecondsPerDay);
     int32_t d = localSeconds - utcSeconds;
@@ -80,7 +75,7 @@ int32_t Stopwatch::lapMs() {
 }
 
 void sleepMs(int32_t ms) {
-    sleepMs(ms, usleep);
+    sleepMs(ms, sleepMicroseconds);
 }
 
 void sleepMs(int32_t ms, UsleepFunction sleeper) {

@@ -11,6 +11,7 @@
 #include <QElapsedTimer>
 #include <QRegularExpression>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -32,9 +33,37 @@ struct RunOptions {
 };
 
 // The emulator (its words) that runs the program in a cross build; empty for a native one.
+// COREBENCH_TEST_PROGRAM and COREBENCH_TEST_LAUNCHER (words separated by blanks) run these tests
+// against another build's program, e.g. the Windows one under Wine, which cannot run them itself.
 inline const std::vector<std::string>& corebenchLauncher() {
-    static const std::vector<std::string> launcher = COREBENCH_LAUNCHER;
+    static const std::vector<std::string> launcher = [] {
+        const char* words = getenv("COREBENCH_TEST_LAUNCHER");
+        if (words == nullptr) {
+            return std::vector<std::string>(COREBENCH_LAUNCHER);
+        }
+        std::vector<std::string> split;
+        for (const QString& word : QString::fromLocal8Bit(words).split(' ', Qt::SkipEmptyParts)) {
+            split.push_back(word.toStdString());
+        }
+        return split;
+    }();
     return launcher;
+}
+
+// False for arguments longer than COREBENCH_TEST_COMMAND_LINE (characters, blanks between them
+// included), which the program's system cannot pass: Windows takes at most 32,767.
+inline bool fitsCommandLine(const std::vector<std::string>& arguments) {
+    const char* limit = getenv("COREBENCH_TEST_COMMAND_LINE");
+    size_t length = 0;
+    for (const std::string& argument : arguments) {
+        length += argument.size() + 1;
+    }
+    return limit == nullptr || length <= strtoul(limit, nullptr, 10);
+}
+
+inline const char* corebenchProgram() {
+    const char* program = getenv("COREBENCH_TEST_PROGRAM");
+    return program != nullptr ? program : COREBENCH_BINARY;
 }
 
 // Starts corebench after the prefix, stdout and stderr as given (-1: the test's own); 0 on failure.
@@ -42,7 +71,7 @@ inline pid_t spawnCorebench(const std::vector<std::string>& arguments,
                             const std::vector<std::string>& prefix, int stdoutFd, int stderrFd) {
     std::vector<std::string> words = prefix;
     words.insert(words.end(), corebenchLauncher().begin(), corebenchLauncher().end());
-    words.push_back(COREBENCH_BINARY);
+    words.push_back(corebenchProgram());
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv;
     for (std::string& word : words) {

@@ -5,14 +5,14 @@
 # instruction would measure something else.
 # Usage: check_kernel_code.sh LIBRARY [OBJDUMP]. OBJDUMP must read the library's target (the cross
 # objdump for a cross build); the checks follow the library's architecture, not the host's.
-# x86-64 and arm64 ELF; exits 77 (skipped) for anything else.
+# x86-64 and arm64 ELF and x86-64 PE (Windows); exits 77 (skipped) for anything else.
 set -euo pipefail
 library=$1
 objdump=${2:-objdump}
 
 format=$("$objdump" -f "$library" | sed -n 's/.*file format //p' | head -n 1)
 case "$format" in
-  elf64-x86-64) arch=x86_64 ;;
+  elf64-x86-64 | pe-x86-64) arch=x86_64 ;;
   elf64-littleaarch64) arch=aarch64 ;;
   elf32-little | elf32-big | elf64-little | elf64-big)
     # A generic ELF format: this objdump does not know the library's processor.
@@ -82,7 +82,11 @@ expect() {
 
 if [ "$arch" = x86_64 ]; then
   call=$'\tcall '
-  reloc() { echo "R_X86_64_[A-Z0-9_]+[ \t]+$1[-+]"; }
+  if [ "$format" = pe-x86-64 ]; then
+    reloc() { echo "IMAGE_REL_AMD64_[A-Z0-9_]+[ \t]+$1\$"; }
+  else
+    reloc() { echo "R_X86_64_[A-Z0-9_]+[ \t]+$1[-+]"; }
+  fi
   # Three signed divisions per step, at the integer width, and no calls. The parity of the step
   # is a branch, not a conditional move on the chain of dependent divisions, and d is computed
   # from the sums: folded, it would be b + 1 or b - 1, a single lea of b with displacement 1.

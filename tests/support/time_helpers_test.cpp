@@ -9,6 +9,20 @@
 
 namespace {
 
+// Sets TZ, or removes it for nullptr; the C runtime of Windows has no setenv.
+void setTimeZone(const char* tz) {
+#ifdef _WIN32
+    _putenv_s("TZ", tz != nullptr ? tz : "");
+#else
+    if (tz != nullptr) {
+        setenv("TZ", tz, 1);
+    } else {
+        unsetenv("TZ");
+    }
+#endif
+    tzset();
+}
+
 using Sleeps = std::vector<useconds_t>;
 Sleeps recordedSleeps;
 
@@ -60,8 +74,7 @@ TEST(TimeStamp, ShowsLocalTimeOfDayWithTheOffsetOfTheFirstStamp) {
         {"XXX+5", false, utc223015, "11:30.15", -39600},  // later zone changes are not picked up
     };
     for (const auto& c : cases) {
-        setenv("TZ", c.tz, 1);
-        tzset();
+        setTimeZone(c.tz);
         if (c.firstStamp) {
             utcOffsetSeconds = -1;
         }
@@ -71,8 +84,7 @@ TEST(TimeStamp, ShowsLocalTimeOfDayWithTheOffsetOfTheFirstStamp) {
         EXPECT_STREQ(formatTimeStamp(text, stamp).text, c.stamp) << c.tz;
         EXPECT_EQ(utcOffsetSeconds, c.offset) << c.tz;
     }
-    unsetenv("TZ");
-    tzset();
+    setTimeZone(nullptr);
     utcOffsetSeconds = -1;
 }
 

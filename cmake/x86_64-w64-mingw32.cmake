@@ -1,0 +1,42 @@
+# Cross build for Windows x86-64 with Debian's MinGW-w64 compiler in its posix thread model (the
+# one Qt's threads are built for). Qt Core is the one `scripts/setup --windows` builds into
+# /opt/corebench-qt5-mingw/<version> (COREBENCH_WINDOWS_QT_ROOT moves that folder; the highest
+# version there is used); GoogleTest is built from Debian's source package with the project.
+# Built programs and tests run through Wine (cmake/wine-run).
+set(CMAKE_SYSTEM_NAME Windows)
+set(CMAKE_SYSTEM_PROCESSOR x86_64)
+set(CMAKE_C_COMPILER x86_64-w64-mingw32-gcc-posix)
+set(CMAKE_CXX_COMPILER x86_64-w64-mingw32-g++-posix)
+set(CMAKE_RC_COMPILER x86_64-w64-mingw32-windres)
+
+if(NOT COREBENCH_WINDOWS_QT)
+  set(qt_root "$ENV{COREBENCH_WINDOWS_QT_ROOT}")
+  if(NOT qt_root)
+    set(qt_root /opt/corebench-qt5-mingw)
+  endif()
+  file(GLOB qt_stamps "${qt_root}/*/.built")
+  if(NOT qt_stamps)
+    message(FATAL_ERROR "No Qt Core for Windows in ${qt_root}: run scripts/setup --windows")
+  endif()
+  list(SORT qt_stamps COMPARE NATURAL ORDER DESCENDING)
+  list(GET qt_stamps 0 qt_stamp)
+  get_filename_component(qt_prefix "${qt_stamp}" DIRECTORY)
+  set(COREBENCH_WINDOWS_QT "${qt_prefix}" CACHE PATH "Qt Core built for x86_64-w64-mingw32")
+endif()
+
+set(CMAKE_FIND_ROOT_PATH /usr/x86_64-w64-mingw32 "${COREBENCH_WINDOWS_QT}")
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+
+# The folders the programs' DLLs come from: Qt's, the compiler's runtime (libstdc++, libgcc) and
+# MinGW's own (winpthread). Wine finds them through WINEPATH; the package copies them.
+execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=libstdc++-6.dll
+                OUTPUT_VARIABLE gcc_runtime_dll OUTPUT_STRIP_TRAILING_WHITESPACE)
+get_filename_component(gcc_runtime_dir "${gcc_runtime_dll}" DIRECTORY)
+set(COREBENCH_WINDOWS_DLL_DIRS "${COREBENCH_WINDOWS_QT}/bin" "${gcc_runtime_dir}"
+    /usr/x86_64-w64-mingw32/lib)
+
+string(REPLACE ";" ":" wine_dll_path "${COREBENCH_WINDOWS_DLL_DIRS}")
+set(CMAKE_CROSSCOMPILING_EMULATOR "${CMAKE_CURRENT_LIST_DIR}/wine-run" "${wine_dll_path}")
