@@ -47,8 +47,9 @@ QString inferTestName(const ParsedLog& log) {
     // What the log shows of how the test ran: its passes, whether it is verbose, how many
     // workers it had and how many runs it made (verbose runs each print their score).
     const int passes = log.threadPasses.isEmpty() ? kMeasuredPasses : log.threadPasses.first();
-    const double runs = log.verbose ? static_cast<double>(std::max(1, log.verboseRunPs.size()))
-                                    : runsByDuration(log);
+    const double runs = log.verbose
+                            ? static_cast<double>(std::max<qsizetype>(1, log.verboseRunPs.size()))
+                            : runsByDuration(log);
     // On one logical CPU the single-core run prints what the all-cores run prints.
     const int cpus = log.logicalCpus.value_or(log.summaryThreads.value_or(1));
     const bool allCoresOnly = log.threadPs.size() > 1;
