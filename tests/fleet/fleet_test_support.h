@@ -51,8 +51,9 @@ struct FleetResult {
     int status;  // -1 when it did not finish normally in time
 };
 
-// COREBENCH_TEST_FLEET runs these tests against another build's corebench-fleet, started through
-// COREBENCH_TEST_LAUNCHER when set (one program: the Windows build's under Wine).
+// COREBENCH_TEST_FLEET runs these tests against another build's corebench-fleet, which is started
+// through COREBENCH_TEST_LAUNCHER when set (one program: the Windows build's under Wine); other
+// programs start as they are.
 inline QString fleetProgram() {
     const QString other = qEnvironmentVariable("COREBENCH_TEST_FLEET");
     return other.isEmpty() ? QStringLiteral(COREBENCH_FLEET) : other;
@@ -60,7 +61,7 @@ inline QString fleetProgram() {
 
 inline void startProgram(QProcess& process, const QString& program, const QStringList& arguments) {
     const QString launcher = qEnvironmentVariable("COREBENCH_TEST_LAUNCHER");
-    if (launcher.isEmpty()) {
+    if (launcher.isEmpty() || program != fleetProgram()) {
         process.start(program, arguments);
     } else {
         process.start(launcher, QStringList{program} + arguments);
