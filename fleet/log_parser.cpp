@@ -183,7 +183,11 @@ bool readReport(const Lines& lines, int description, int end, ParsedLog& log) {
     if (!ok) {
         return false;
     }
-    // "------", "ERRORS:", the error text, "------", a blank line, then the description.
+    // "------", "ERRORS:", the error text, "------", a blank line, then the description; none of
+    // it where every query of the system succeeded (as on Windows).
+    if (description >= 1 && !lines[description - 1].isEmpty() && lines[description - 1] != kRule) {
+        return true;
+    }
     log.problem = QStringLiteral("the CPU report's \"ERRORS:\" block is not whole");
     if (description < 2 || !lines[description - 1].isEmpty() || lines[description - 2] != kRule) {
         return false;

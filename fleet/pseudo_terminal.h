@@ -2,7 +2,8 @@
 
 // A pseudo-terminal for corebench's standard output. corebench writes through stdio, which holds
 // back output written into a pipe until 4 KB have gathered (the progress dots of a verbose run
-// would come minutes late); to a terminal it writes every line as it is printed.
+// would come minutes late); to a terminal it writes every line as it is printed. One file per
+// OS: pseudo_terminal_posix.cpp; pseudo_terminal_windows.cpp has none to give.
 
 #include <QString>
 

@@ -71,10 +71,10 @@ int runCommand(const QStringList& arguments) {
         return status;
     }
     const QStringList corebenchArguments = parser.positionalArguments();
-    const QString corebench =
-        parser.isSet(QStringLiteral("corebench"))
-            ? parser.value(QStringLiteral("corebench"))
-            : QDir(QCoreApplication::applicationDirPath()).filePath(QStringLiteral("corebench"));
+    const QString corebench = parser.isSet(QStringLiteral("corebench"))
+                                  ? parser.value(QStringLiteral("corebench"))
+                                  : QDir(QCoreApplication::applicationDirPath())
+                                        .filePath(QStringLiteral(COREBENCH_PROGRAM_NAME));
     const QFileInfo corebenchInfo(corebench);
     if (!corebenchInfo.isFile() || !corebenchInfo.isExecutable()) {
         printMessage(QStringLiteral("corebench not found or not executable: %1").arg(corebench));

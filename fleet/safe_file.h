@@ -3,7 +3,7 @@
 // Files written and read without trusting the folder they are in, which other users may be able
 // to write: nothing is read or written through a symbolic link, a new file is created
 // exclusively and is complete on disk before its name appears, and a file is never replaced by
-// a partial one. One implementation per OS (safe_file_posix.cpp).
+// a partial one. One implementation per OS (safe_file_posix.cpp, safe_file_windows.cpp).
 
 #include <QByteArray>
 #include <QString>
@@ -70,5 +70,5 @@ class FileLock {
     bool lock(const QString& path, int timeoutMs, QString* error);
 
   private:
-    int handle_ = -1;
+    qintptr handle_ = -1;  // a descriptor or a Windows HANDLE
 };

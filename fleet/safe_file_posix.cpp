@@ -272,20 +272,21 @@ bool listFolder(const QString& path, bool followLink, std::vector<FolderEntry>* 
 
 FileLock::~FileLock() {
     if (handle_ >= 0) {
-        close(handle_);  // and with it the lock
+        close(static_cast<int>(handle_));  // and with it the lock
     }
 }
 
 bool FileLock::lock(const QString& path, int timeoutMs, QString* error) {
-    handle_ = open(QFile::encodeName(path).constData(),
-                   O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, kFileMode);
-    if (handle_ < 0) {
+    const int fd = open(QFile::encodeName(path).constData(),
+                        O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, kFileMode);
+    handle_ = fd;
+    if (fd < 0) {
         *error = failed("lock", path, errno);
         return false;
     }
     QElapsedTimer clock;
     clock.start();
-    while (flock(handle_, LOCK_EX | LOCK_NB) != 0) {
+    while (flock(fd, LOCK_EX | LOCK_NB) != 0) {
         if ((errno != EWOULDBLOCK && errno != EINTR) || clock.elapsed() >= timeoutMs) {
             *error = errno == EWOULDBLOCK
                          ? QStringLiteral("cannot lock %1: held by another writer for %2 s")

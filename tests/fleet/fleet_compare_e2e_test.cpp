@@ -84,7 +84,7 @@ TEST_F(FleetCompareProgram, BadInputIsNamedAndTheRestStillCounts) {
     const bool root = geteuid() == 0;  // root reads every file and folder
     const FleetResult result = runFleet(
         {"compare", "--format", "csv", path("fleet"), path("nothing-here"), path("locked.json")},
-        COREBENCH_FLEET, 30000);
+        fleetProgram(), 30000);
     EXPECT_EQ(result.status, 2);
     const QString err = QString::fromUtf8(result.err);
     for (const QString& message :

@@ -213,8 +213,9 @@ TEST(FleetProm, WritersEndingTogetherBothSurvive) {
         QProcess writers[2];
         const char* logs[] = {"singlespeed-plain.log", "allverbose-divider0-houdini.log"};
         for (int i = 0; i < 2; ++i) {
-            writers[i].start(COREBENCH_FLEET, {"import", "--host", "n1", "--out", dir.path(),
-                                               "--prom", dir.path(), kData + "/" + logs[i]});
+            startProgram(writers[i], fleetProgram(),
+                         {"import", "--host", "n1", "--out", dir.path(), "--prom", dir.path(),
+                          kData + "/" + logs[i]});
         }
         for (QProcess& writer : writers) {
             ASSERT_TRUE(writer.waitForFinished(60000));
@@ -282,13 +283,16 @@ TEST(FleetProgram, RefusesBadArgumentsWithStatus2) {
     EXPECT_TRUE(QDir(dir.path()).isEmpty()) << "nothing written";
 }
 
-// The real corebench once: its quickest test, a few seconds of one core.
+// The real corebench once: its quickest test, a few seconds of one core (COREBENCH_TEST_PROGRAM
+// names another build's).
 TEST(FleetRealCorebench, SingleSpeedRecordMatchesItsLog) {
     QTemporaryDir dir;
+    const QString corebench = qEnvironmentVariable("COREBENCH_TEST_PROGRAM", COREBENCH_BINARY);
     QProcess fleet;
     fleet.setStandardInputFile(QProcess::nullDevice());
-    fleet.start(COREBENCH_FLEET, {"run", "--corebench", COREBENCH_BINARY, "--out", dir.path(), "--",
-                                  "SingleSpeed", "exitCodeThreshold", "1"});
+    startProgram(fleet, fleetProgram(),
+                 {"run", "--corebench", corebench, "--out", dir.path(), "--prom", dir.path(), "--",
+                  "SingleSpeed", "exitCodeThreshold", "1"});
     // corebench's output is shown as it is printed: the summary comes before the test, which
     // sleeps 450 ms and polls every 500 ms whatever the machine's speed.
     QElapsedTimer clock;
@@ -318,10 +322,13 @@ TEST(FleetRealCorebench, SingleSpeedRecordMatchesItsLog) {
     EXPECT_EQ(record["exit_value"].toInt(), ps.captured(2).toInt());
     EXPECT_EQ(record["status"].toInt(), std::min(ps.captured(2).toInt(), 255));
     EXPECT_EQ(record["threads"].toInt(), 1);
-    EXPECT_EQ(record["corebench_sha256"].toString(), sha256(COREBENCH_BINARY));
+    EXPECT_EQ(record["corebench_sha256"].toString(), sha256(corebench));
     EXPECT_FALSE(record["cpu_model"].toString().isEmpty());
     EXPECT_GE(record["logical_cpus"].toInt(), 1);
     EXPECT_GT(record["duration_s"].toDouble(), 0.9) << "corebench's sleeps alone take that";
+    EXPECT_TRUE(readFile(dir.filePath("corebench.prom"))
+                    .contains("corebench_score_ps{test=\"SingleSpeed\"} " +
+                              ps.captured(1).toUtf8() + "\n"));
 }
 
 }  // namespace

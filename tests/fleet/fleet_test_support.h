@@ -51,11 +51,28 @@ struct FleetResult {
     int status;  // -1 when it did not finish normally in time
 };
 
-inline FleetResult runFleet(const QStringList& arguments, const QString& program = COREBENCH_FLEET,
+// COREBENCH_TEST_FLEET runs these tests against another build's corebench-fleet, which is started
+// through COREBENCH_TEST_LAUNCHER when set (one program: the Windows build's under Wine); other
+// programs start as they are.
+inline QString fleetProgram() {
+    const QString other = qEnvironmentVariable("COREBENCH_TEST_FLEET");
+    return other.isEmpty() ? QStringLiteral(COREBENCH_FLEET) : other;
+}
+
+inline void startProgram(QProcess& process, const QString& program, const QStringList& arguments) {
+    const QString launcher = qEnvironmentVariable("COREBENCH_TEST_LAUNCHER");
+    if (launcher.isEmpty() || program != fleetProgram()) {
+        process.start(program, arguments);
+    } else {
+        process.start(launcher, QStringList{program} + arguments);
+    }
+}
+
+inline FleetResult runFleet(const QStringList& arguments, const QString& program = fleetProgram(),
                             int timeoutMs = 120000) {
     QProcess process;
     process.setStandardInputFile(QProcess::nullDevice());
-    process.start(program, arguments);
+    startProgram(process, program, arguments);
     const bool finished = process.waitForFinished(timeoutMs);
     if (!finished) {
         process.kill();  // and QProcess's destructor waits for it, bounded

@@ -64,6 +64,12 @@ TEST(LogParser, ReadsChangedCapturedOutput) {
         {replaced(real, "code 22\n", "code -2147483648\n"), -2147483648LL},
         {replaced(real, "Returning exit code 22\n", ""), std::nullopt},
         {QByteArray(real).replace("\n", "\r\n"), 22},
+        // No errors block where every query of the system succeeded.
+        {replaced(real,
+                  "------------------------------\nERRORS:\nNo such file or directory\n\n"
+                  "------------------------------\n\n",
+                  ""),
+         22},
         // A NUL byte in the filler hides nothing after it.
         {replaced(real, "MAC\n", QByteArray("MAC\nfiller\0more\n", 16)), 22},
     };

@@ -1,5 +1,3 @@
-#include "pseudo_terminal.h"
-
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -8,6 +6,8 @@
 #include <unistd.h>
 
 #include <QByteArray>
+
+#include "pseudo_terminal.h"
 
 PseudoTerminal::PseudoTerminal() {
     const int master = posix_openpt(O_RDWR | O_NOCTTY);
