@@ -159,19 +159,34 @@ TEST(CompareFormat, JsonAndTableCarryTheSameColumns) {
     EXPECT_GT(table[2].indexOf(QLatin1String(" - ")), 0);
 }
 
+// What compare writes for fleet, read back as check reads it (through its JSON).
+struct Compared {
+    std::vector<CompareRow> rows;
+    std::vector<GroupStats> groups;
+    std::optional<FleetSummary> summary;
+};
+
+Compared compareThroughJson(const std::vector<LoadedRecord>& fleet) {
+    Compared compared;
+    compared.rows = compareRecords(fleet, CompareOptions(), &compared.groups);
+    QString error;
+    compared.summary =
+        summaryFromJson(summaryToJson(compared.rows, compared.groups, CompareOptions(),
+                                      QDateTime::currentDateTimeUtc()),
+                        &error);
+    EXPECT_TRUE(compared.summary) << error.toStdString();
+    return compared;
+}
+
 }  // namespace
 
 // check's decision for one node, from the summary as compare writes it (through its JSON) and the
 // node's own records.
 TEST(NodeVerdict, DecidesFromTheSummaryAndNewerOwnRecords) {
-    std::vector<LoadedRecord> fleet{node("n1", 100), node("n2", 101), node("n3", 99),
-                                    node("n4", 100), node("n5", 102), node("n6", 60)};
-    std::vector<GroupStats> groups;
-    const std::vector<CompareRow> rows = compareRecords(fleet, CompareOptions(), &groups);
-    QString error;
-    const std::optional<FleetSummary> summary = summaryFromJson(
-        summaryToJson(rows, groups, CompareOptions(), QDateTime::currentDateTimeUtc()), &error);
-    ASSERT_TRUE(summary) << error.toStdString();
+    const Compared compared =
+        compareThroughJson({node("n1", 100), node("n2", 101), node("n3", 99), node("n4", 100),
+                            node("n5", 102), node("n6", 60)});
+    ASSERT_TRUE(compared.summary);
     LoadedRecord stranger = node("n2", 10, "EPYC 7543", 5);
     const auto later = [](const char* host, double ps, const char* model = "EPYC 7543") {
         return node(host, ps, model, 2);
@@ -204,25 +219,23 @@ TEST(NodeVerdict, DecidesFromTheSummaryAndNewerOwnRecords) {
     for (const Row& row : table) {
         const CheckRequest request{row.host, row.test,   row.floor, row.maxAgeS,
                                    "3d",     "/records", now,       {}};
-        const NodeVerdict verdict = decideNode(*summary, row.own, request);
+        const NodeVerdict verdict = decideNode(*compared.summary, row.own, request);
         EXPECT_TRUE(verdict.line.startsWith(QLatin1String(row.line)))
             << row.host << " " << row.line << ": " << verdict.line.toStdString();
         EXPECT_EQ(verdict.verdict == Verdict::Drain, verdict.line.startsWith("drain"));
     }
+    QString error;
     EXPECT_FALSE(summaryFromJson(R"({"kind":"corebench-summary","schema":2})", &error));
-    EXPECT_FALSE(summaryFromJson(summaryToJson(rows, groups, {0.9, 3.5}, {}), &error));
+    EXPECT_FALSE(
+        summaryFromJson(summaryToJson(compared.rows, compared.groups, {0.9, 3.5}, {}), &error));
 }
 
 // With a drift setting, a drop in the node's own runs drains it, however it compares with its
 // group.
 TEST(NodeVerdict, DrainsOnOwnDriftOnlyWhenAsked) {
-    std::vector<LoadedRecord> fleet{node("n1", 100), node("n2", 101), node("n3", 99)};
-    std::vector<GroupStats> groups;
-    const std::vector<CompareRow> rows = compareRecords(fleet, CompareOptions(), &groups);
-    QString error;
-    const std::optional<FleetSummary> summary = summaryFromJson(
-        summaryToJson(rows, groups, CompareOptions(), QDateTime::currentDateTimeUtc()), &error);
-    ASSERT_TRUE(summary) << error.toStdString();
+    const Compared compared =
+        compareThroughJson({node("n1", 100), node("n2", 101), node("n3", 99)});
+    ASSERT_TRUE(compared.summary);
     std::vector<LoadedRecord> own;  // 40 runs at 100, then 10 at 97, hourly from 2 November
     for (int i = 0; i < 50; ++i) {
         own.push_back(node("n1", (i < 40 ? 100 : 97) + (i % 2 ? 0.3 : -0.3)));
@@ -236,7 +249,7 @@ TEST(NodeVerdict, DrainsOnOwnDriftOnlyWhenAsked) {
     };
     for (const auto& [drift, line] : table) {
         CheckRequest request{"n1", "ALL", {}, {}, "", "/records", {}, drift};
-        const QString got = decideNode(*summary, own, request).line;
+        const QString got = decideNode(*compared.summary, own, request).line;
         EXPECT_TRUE(got.startsWith(QLatin1String(line))) << got.toStdString();
     }
 }
