@@ -294,7 +294,9 @@ TEST(FleetRealCorebench, SingleSpeedRecordMatchesItsLog) {
                  {"run", "--corebench", corebench, "--out", dir.path(), "--prom", dir.path(), "--",
                   "SingleSpeed", "exitCodeThreshold", "1"});
     // corebench's output is shown as it is printed: the summary comes before the test, which
-    // sleeps 450 ms and polls every 500 ms whatever the machine's speed.
+    // sleeps 450 ms and polls every 500 ms whatever the machine's speed. Output held back to the
+    // end would come a few milliseconds before the exit; the margin is for a loaded machine that
+    // reads the summary late.
     QElapsedTimer clock;
     clock.start();
     QByteArray out;
@@ -307,7 +309,7 @@ TEST(FleetRealCorebench, SingleSpeedRecordMatchesItsLog) {
         fleet.waitForFinished(5000);
         FAIL() << "corebench-fleet did not finish in 300 s";
     }
-    EXPECT_GE(clock.elapsed() - summaryAt, 500) << "the summary came only with the end of the run";
+    EXPECT_GE(clock.elapsed() - summaryAt, 250) << "the summary came only with the end of the run";
     out += fleet.readAllStandardOutput();
     ASSERT_EQ(fleet.exitCode(), 0) << fleet.readAllStandardError().toStdString();
     const QString folder = dir.filePath(kHost);
