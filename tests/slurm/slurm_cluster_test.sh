@@ -294,8 +294,9 @@ healthcheck() {
     timeout 60 "$contrib/corebench-healthcheck"
 }
 
-high=$(awk -v ps="$ps" 'BEGIN { printf "%.3f", ps * 2 + 1 }')
-low=$(awk -v ps="$ps" 'BEGIN { printf "%.3f", ps / 2 }')
+# The check words its floor as %g does (no trailing zeros), so the floors are written so too.
+high=$(awk -v ps="$ps" 'BEGIN { printf "%g", ps * 2 + 1 }')
+low=$(awk -v ps="$ps" 'BEGIN { printf "%g", ps / 2 }')
 
 write_conf "$high"
 out=$(healthcheck) || fail "health check failed: $out"
