@@ -2,28 +2,15 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 
-namespace {
-
-// strerror_r comes in two shapes: the XSI one returns 0 and leaves the text in the buffer, the GNU
-// one returns the text itself, which need not be the buffer. Overloading on the result type picks
-// the right reading for whichever one the C library declares; the other overload goes unused.
-[[maybe_unused]] const char* messageOf(int result, const char* buffer) {
-    return result == 0 ? buffer : nullptr;
-}
-[[maybe_unused]] const char* messageOf(const char* result, const char*) {
-    return result;
-}
-
-}  // namespace
+#include "system_error_text.h"
 
 FixedString<250> systemErrorText(uint32_t code) {
     FixedString<250> text;
     const int number = code == 0xFFFFFFFFu ? errno : static_cast<int>(code);
     if (number != 0) {
         char buffer[250] = {};
-        const char* message = messageOf(strerror_r(number, buffer, sizeof(buffer)), buffer);
+        const char* message = errorNumberText(number, buffer, sizeof(buffer));
         if (message != nullptr) {
             text.append(message);
         }

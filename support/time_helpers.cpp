@@ -10,10 +10,6 @@ int32_t utcOffsetSeconds = -1;
 
 namespace {
 
-int64_t nowMs() {
-    return wallClockMs();
-}
-
 // The reading and the start are both cut to 32 bits, subtracted modulo 2^32 and cut to 31 bits.
 // Unsigned arithmetic gives exactly that wrap-around without signed overflow.
 int32_t millisecondsBetween(int64_t startMs, int64_t endMs) {
@@ -60,15 +56,15 @@ int32_t updateUtcOffset(bool apply) {
 }  // namespace
 
 void Stopwatch::start() {
-    startMs_ = nowMs();
+    startMs_ = wallClockMs();
 }
 
 int32_t Stopwatch::elapsedMs() const {
-    return millisecondsBetween(startMs_, nowMs());
+    return millisecondsBetween(startMs_, wallClockMs());
 }
 
 int32_t Stopwatch::lapMs() {
-    const int64_t now = nowMs();
+    const int64_t now = wallClockMs();
     const int32_t lap = millisecondsBetween(startMs_, now);
     startMs_ = now;
     return lap;
