@@ -5,20 +5,6 @@
 
 #include "drift.h"
 
-namespace {
-
-DriftRun driftRun(const Record& record) {
-    DriftRun run;
-    run.startedAt = record.startedAt;
-    run.score = record.psResult.value_or(0);
-    run.cpuModel = record.cpuModel;
-    run.logicalCpus = record.logicalCpus;
-    run.corebenchSha256 = record.corebenchSha256;
-    return run;
-}
-
-}  // namespace
-
 std::optional<double> baselineScore(const Record& latest, const std::vector<Record>& records) {
     std::vector<DriftRun> earlier;
     for (const Record& record : records) {
@@ -26,12 +12,12 @@ std::optional<double> baselineScore(const Record& latest, const std::vector<Reco
         // same second, is not earlier.
         if (record.host == latest.host && record.test == latest.test &&
             record.startedAt.toSecsSinceEpoch() < latest.startedAt.toSecsSinceEpoch()) {
-            earlier.push_back(driftRun(record));
+            earlier.push_back(driftRunOf(record));
         }
     }
     std::vector<DriftRun> runs = orderedRuns(std::move(earlier));
     // The latest run goes last whatever its score: it names the configuration.
-    runs.push_back(driftRun(latest));
+    runs.push_back(driftRunOf(latest));
     const DriftSegment current = configurationSegments(runs).back();
     const int count = std::min(current.runs - 1, kBaselineMaxRuns);
     if (count < kBaselineMinRuns) {

@@ -1,29 +1,15 @@
 #include "compare_drift.h"
 
-#include <algorithm>
-#include <cmath>
-
 std::map<HistoryKey, HostHistory> hostHistories(const std::vector<LoadedRecord>& records,
                                                 const DriftOptions& options) {
     std::map<HistoryKey, HostHistory> histories;
     for (const LoadedRecord& loaded : records) {
-        const Record& record = loaded.record;
-        if (!record.psResult || !std::isfinite(*record.psResult) || !(*record.psResult > 0)) {
-            continue;  // driftSegments leaves such runs out too
-        }
-        DriftRun run;
-        run.startedAt = record.startedAt;
-        run.score = *record.psResult;
-        run.cpuModel = record.cpuModel;
-        run.logicalCpus = record.logicalCpus;
-        run.corebenchSha256 = record.corebenchSha256;
-        histories[{record.host, record.test}].runs.push_back(run);
+        histories[{loaded.record.host, loaded.record.test}].runs.push_back(
+            driftRunOf(loaded.record));
     }
     for (auto& entry : histories) {
         HostHistory& history = entry.second;
-        std::stable_sort(
-            history.runs.begin(), history.runs.end(),
-            [](const DriftRun& a, const DriftRun& b) { return a.startedAt < b.startedAt; });
+        history.runs = orderedRuns(std::move(history.runs));
         history.segments = driftSegments(history.runs, options);
     }
     return histories;

@@ -235,6 +235,16 @@ std::vector<ChangePoint> findChangePoints(const std::vector<double>& scores,
     }
 }
 
+DriftRun driftRunOf(const Record& record) {
+    DriftRun run;
+    run.startedAt = record.startedAt;
+    run.score = record.psResult.value_or(0);
+    run.cpuModel = record.cpuModel;
+    run.logicalCpus = record.logicalCpus;
+    run.corebenchSha256 = record.corebenchSha256;
+    return run;
+}
+
 std::vector<DriftRun> orderedRuns(std::vector<DriftRun> runs) {
     runs.erase(std::remove_if(runs.begin(), runs.end(),
                               [](const DriftRun& run) {

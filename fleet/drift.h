@@ -11,6 +11,8 @@
 #include <optional>
 #include <vector>
 
+#include "record.h"
+
 // One run of the test on the host, as drift detection needs it.
 struct DriftRun {
     QDateTime startedAt;
@@ -56,6 +58,10 @@ struct DriftSegment {
 // a finite positive number.
 std::vector<ChangePoint> findChangePoints(const std::vector<double>& scores,
                                           const DriftOptions& options = {});
+
+// A record as a run of its host's series (a record without a score gets 0, which orderedRuns
+// leaves out).
+DriftRun driftRunOf(const Record& record);
 
 // The runs with a finite positive score, ordered by start (runs that started together keep their
 // order).
