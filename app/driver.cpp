@@ -54,7 +54,7 @@ bool runTest(const TestSpec& test, QString& resultText, float* ps) {
         }
         // The runs take the flags by reference, so they are set afresh before every call.
         bool verbose = test.verbose;
-        bool speed = test.passes == kSpeedPasses;
+        bool speed = test.passes == kSpeedPassCount;
         bool scaleOneWorker = test.scaleOneWorker;
         const std::optional<float> score =
             test.allCores ? runAllCoresTest(resultText, verbose, nullptr, nullptr)

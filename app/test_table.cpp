@@ -6,14 +6,14 @@ namespace {
 
 // Searched in this order; the first equal name wins.
 constexpr TestSpec kTests[] = {
-    {"All", true, 1, false, kMeasuredPasses, false},
-    {"AllVerbose", true, 1, true, kMeasuredPasses, false},
-    {"Single", false, 1, false, kMeasuredPasses, true},
-    {"SingleSpeed", false, 1, false, kSpeedPasses, true},
-    {"Single10", false, 10, false, kMeasuredPasses, true},
-    {"Single10Verbose", false, 10, true, kMeasuredPasses, true},
-    {"Single5", false, 5, false, kMeasuredPasses, true},
-    {"Single5Verbose", false, 5, true, kMeasuredPasses, true},
+    {"All", true, 1, false, kDefaultPassCount, false},
+    {"AllVerbose", true, 1, true, kDefaultPassCount, false},
+    {"Single", false, 1, false, kDefaultPassCount, true},
+    {"SingleSpeed", false, 1, false, kSpeedPassCount, true},
+    {"Single10", false, 10, false, kDefaultPassCount, true},
+    {"Single10Verbose", false, 10, true, kDefaultPassCount, true},
+    {"Single5", false, 5, false, kDefaultPassCount, true},
+    {"Single5Verbose", false, 5, true, kDefaultPassCount, true},
 };
 
 }  // namespace

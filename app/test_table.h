@@ -5,17 +5,14 @@
 // records by the same table.
 
 #include "fixed_string.h"
-
-// Measured passes of each worker: the speed flag cuts them from 130 to 10.
-constexpr int kMeasuredPasses = 130;
-constexpr int kSpeedPasses = 10;
+#include "pass_counts.h"
 
 struct TestSpec {
     const char* name;
     bool allCores;  // the all-cores run; otherwise the single-core run
     int runs;       // 1, 5 or 10 runs in a row; 5 and 10 average their scores for the exit code
     bool verbose;
-    int passes;           // kMeasuredPasses, or kSpeedPasses (single-core run only)
+    int passes;           // kDefaultPassCount, or kSpeedPassCount (single-core run only)
     bool scaleOneWorker;  // single-core run only: one worker scaled to all CPUs, not one per CPU
 };
 

@@ -21,7 +21,6 @@ float singleCoreFactor(int32_t logicalCpus, bool hyperthreading) {
 // Workers are created, given their counts and then started together after this pause.
 constexpr int32_t kStartPauseMs = 200;
 constexpr int32_t kPollIntervalMs = 500;
-constexpr int32_t kSpeedPassCount = 10;
 
 // At most kMaxWorkers, and at least one.
 int32_t cappedThreadCount(int32_t threadCount) {

@@ -9,8 +9,8 @@
 #include <cstdint>
 
 #include "kernel_pass.h"
+#include "pass_counts.h"
 
-constexpr int32_t kDefaultPassCount = 130;
 constexpr int32_t kDefaultMemoryRepeats = 2;
 constexpr int32_t kDefaultBufferSize = 0xA00000;
 

@@ -46,7 +46,7 @@ double meanOfRunScores(const QVector<double>& ps) {
 QString inferTestName(const ParsedLog& log) {
     // What the log shows of how the test ran: its passes, whether it is verbose, how many
     // workers it had and how many runs it made (verbose runs each print their score).
-    const int passes = log.threadPasses.isEmpty() ? kMeasuredPasses : log.threadPasses.first();
+    const int passes = log.threadPasses.isEmpty() ? kDefaultPassCount : log.threadPasses.first();
     const double runs = log.verbose
                             ? static_cast<double>(std::max<qsizetype>(1, log.verboseRunPs.size()))
                             : runsByDuration(log);

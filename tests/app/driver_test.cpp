@@ -31,13 +31,14 @@ TEST(TestTable, NamesMatchIgnoringCaseAtEqualLength) {
         // How the driver runs the test; speed and scaleOneWorker matter only to the single-core
         // run.
         const TestSpec* t = findTest(FixedString<100>(c.argument));
-        EXPECT_EQ(t == nullptr ? "none"
-                               : std::string(t->name) + " x" + std::to_string(t->runs) +
-                                     (t->allCores         ? " all"
-                                      : t->scaleOneWorker ? " single"
-                                                          : " per-cpu") +
-                                     (!t->allCores && t->passes == kSpeedPasses ? " speed" : "") +
-                                     (t->verbose ? " verbose" : ""),
+        EXPECT_EQ(t == nullptr
+                      ? "none"
+                      : std::string(t->name) + " x" + std::to_string(t->runs) +
+                            (t->allCores         ? " all"
+                             : t->scaleOneWorker ? " single"
+                                                 : " per-cpu") +
+                            (!t->allCores && t->passes == kSpeedPassCount ? " speed" : "") +
+                            (t->verbose ? " verbose" : ""),
                   c.test)
             << c.argument;
     }
