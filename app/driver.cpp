@@ -46,7 +46,7 @@ void printFiller(const FillerRequest& filler) {
 // Runs the test as often as it asks, keeping each run's PS in run order; resultText holds the
 // last run's text afterwards. False as soon as a run could not start its workers (it has said so)
 // or the output of the run before could not be written.
-bool runTest(const TestSpec& test, QString& resultText, float* ps) {
+bool runTest(const TestEntry& test, QString& resultText, float* ps) {
     for (int i = 0; i < test.runs; ++i) {
         // Each run's lines reach the output before the next one starts.
         if (i > 0 && !flushStandardOutput()) {
@@ -128,7 +128,7 @@ int runCorebench(int argc, char** argv) {
     // Started after the summary and filler, so it times the test runs only.
     Stopwatch stopwatch;
 
-    const TestSpec* test = findTest(words.testName);
+    const TestEntry* test = findTest(words.testName);
     if (test == nullptr) {
         printUsage();
         return flushStandardOutput() ? 0 : outputFailed();

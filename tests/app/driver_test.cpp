@@ -30,7 +30,7 @@ TEST(TestTable, NamesMatchIgnoringCaseAtEqualLength) {
     for (const auto& c : cases) {
         // How the driver runs the test; speed and scaleOneWorker matter only to the single-core
         // run.
-        const TestSpec* t = findTest(FixedString<100>(c.argument));
+        const TestEntry* t = findTest(FixedString<100>(c.argument));
         EXPECT_EQ(t == nullptr
                       ? "none"
                       : std::string(t->name) + " x" + std::to_string(t->runs) +

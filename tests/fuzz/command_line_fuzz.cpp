@@ -73,7 +73,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // An empty name is All, else the name as given, ignoring case, or none (how each test runs is
     // pinned by TestTable's own table).
     const std::string name = upper(std::string(words.testName.text, words.testName.length));
-    const TestSpec* test = findTest(words.testName);
+    const TestEntry* test = findTest(words.testName);
     const char* names[] = {"ALL",      "ALLVERBOSE",      "SINGLE",  "SINGLESPEED",
                            "SINGLE10", "SINGLE10VERBOSE", "SINGLE5", "SINGLE5VERBOSE"};
     const bool known = name.empty() || std::count(std::begin(names), std::end(names), name) == 1;

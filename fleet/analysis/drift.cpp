@@ -187,7 +187,7 @@ ChangePoint measure(const std::vector<double>& x, int from, int at, int to, int 
     return change;
 }
 
-bool passes(const ChangePoint& change, const DriftOptions& options) {
+bool isSignificant(const ChangePoint& change, const DriftOptions& options) {
     return change.runsBefore >= options.minRuns && change.runsAfter >= options.minRuns &&
            change.pValue <= options.maxPValue && std::fabs(change.ratio - 1) >= options.minChange;
 }
@@ -223,7 +223,7 @@ std::vector<ChangePoint> findChangePoints(const std::vector<double>& scores,
             const int from = k > 0 ? candidates[k - 1] : 0;
             const int to = k + 1 < candidates.size() ? candidates[k + 1] : n;
             changes.push_back(measure(scores, from, candidates[k], to, side));
-            if (!passes(changes.back(), options) &&
+            if (!isSignificant(changes.back(), options) &&
                 (weakest < 0 || changes.back().pValue >= changes[weakest].pValue)) {
                 weakest = static_cast<int>(k);
             }

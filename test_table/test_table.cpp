@@ -5,7 +5,7 @@
 namespace {
 
 // Searched in this order; the first equal name wins.
-constexpr TestSpec kTests[] = {
+constexpr TestEntry kTests[] = {
     {"All", true, 1, false, kDefaultPassCount, false},
     {"AllVerbose", true, 1, true, kDefaultPassCount, false},
     {"Single", false, 1, false, kDefaultPassCount, true},
@@ -18,11 +18,11 @@ constexpr TestSpec kTests[] = {
 
 }  // namespace
 
-const TestSpec* findTest(const FixedString<100>& name) {
+const TestEntry* findTest(const FixedString<100>& name) {
     if (name.isEmpty()) {
         return &kTests[0];
     }
-    for (const TestSpec& test : allTests()) {
+    for (const TestEntry& test : allTests()) {
         if (name.equalsIgnoreCase(test.name)) {
             return &test;
         }

@@ -10,7 +10,7 @@
 namespace {
 
 // The test corebench would run for this word: the driver's own table and matching.
-const TestSpec* testNamed(const QString& name) {
+const TestEntry* testNamed(const QString& name) {
     FixedString<100> word;
     word.assign(name.toLatin1().constData());
     return findTest(word);
@@ -29,12 +29,12 @@ double runsByDuration(const ParsedLog& log) {
 }  // namespace
 
 QString canonicalTestName(const QString& name) {
-    const TestSpec* test = testNamed(name);
+    const TestEntry* test = testNamed(name);
     return test != nullptr ? QString::fromLatin1(test->name) : QString();
 }
 
 int runsOfTest(const QString& canonicalName) {
-    const TestSpec* test = testNamed(canonicalName);
+    const TestEntry* test = testNamed(canonicalName);
     return test != nullptr ? test->runs : 1;
 }
 
@@ -56,8 +56,8 @@ QString inferTestName(const ParsedLog& log) {
     const bool singleCoreOnly = !allCoresOnly && cpus > 1;
     // The first of the table's tests that ran like that, with the nearest number of runs: All
     // comes first, so it wins where nothing tells the tests apart, as corebench's default.
-    const TestSpec* best = nullptr;
-    for (const TestSpec& test : allTests()) {
+    const TestEntry* best = nullptr;
+    for (const TestEntry& test : allTests()) {
         if (test.verbose != log.verbose || test.passes != passes ||
             (allCoresOnly && !test.allCores) || (singleCoreOnly && test.allCores)) {
             continue;

@@ -7,7 +7,7 @@
 #include "fixed_string.h"
 #include "pass_counts.h"
 
-struct TestSpec {
+struct TestEntry {
     const char* name;
     bool allCores;  // the all-cores run; otherwise the single-core run
     int runs;       // 1, 5 or 10 runs in a row; 5 and 10 average their scores for the exit code
@@ -18,14 +18,14 @@ struct TestSpec {
 
 // An empty name selects All. Otherwise the first test whose name equals the given one, ignoring
 // case, or nullptr when none does.
-const TestSpec* findTest(const FixedString<100>& name);
+const TestEntry* findTest(const FixedString<100>& name);
 
 // Every test, in the order findTest searches them.
 struct TestRange {
-    const TestSpec* first;
-    const TestSpec* last;
-    const TestSpec* begin() const { return first; }
-    const TestSpec* end() const { return last; }
+    const TestEntry* first;
+    const TestEntry* last;
+    const TestEntry* begin() const { return first; }
+    const TestEntry* end() const { return last; }
 };
 TestRange allTests();
 
