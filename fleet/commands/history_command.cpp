@@ -7,6 +7,12 @@
 #include "history_format.h"
 #include "record_files.h"
 
+namespace {
+
+const QStringList kFormats{QStringLiteral("table"), QStringLiteral("csv"), QStringLiteral("json")};
+
+}  // namespace
+
 int historyCommand(const QStringList& arguments) {
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral(
@@ -15,21 +21,16 @@ int historyCommand(const QStringList& arguments) {
     parser.addOptions({
         {QStringLiteral("test"), QStringLiteral("Only this test (default: every test)."),
          QStringLiteral("NAME")},
-        {QStringLiteral("format"), QStringLiteral("table (default), csv or json."),
-         QStringLiteral("FORMAT"), QStringLiteral("table")},
     });
+    addFormatOption(parser, kFormats);
     parser.addPositionalArgument(QStringLiteral("HOST"), QStringLiteral("The host's name."));
-    parser.addPositionalArgument(QStringLiteral("PATH"),
-                                 QStringLiteral("Records, or folders of them."),
-                                 QStringLiteral("PATH..."));
+    addRecordPaths(parser);
     int status = kStatusOk;
     if (!parseOptions(parser, arguments, &status)) {
         return status;
     }
-    const QString format = parser.value(QStringLiteral("format"));
-    if (format != QLatin1String("table") && format != QLatin1String("csv") &&
-        format != QLatin1String("json")) {
-        printMessage(QStringLiteral("--format must be table, csv or json, not \"%1\"").arg(format));
+    const QString format = chosenFormat(parser, kFormats);
+    if (format.isEmpty()) {
         return kStatusUsage;
     }
     const QStringList positional = parser.positionalArguments();
