@@ -4,9 +4,11 @@
 #include <cstdio>
 
 #include "fleet_commands.h"
+#include "output_text.h"
 
 void printMessage(const QString& message) {
-    fprintf(stderr, "corebench-fleet: %s\n", qPrintable(message));
+    // Messages name files and records that someone else may have named.
+    fprintf(stderr, "corebench-fleet: %s\n", qPrintable(terminalText(message)));
     fflush(stderr);
 }
 

@@ -2,16 +2,32 @@
 
 #include <QRegularExpression>
 
+namespace {
+
+// C0 but tab, CR and LF; DEL; C1.
+QString withoutControls(QString text) {
+    static const QRegularExpression kControls(
+        QStringLiteral("[\\x{0}-\\x{8}\\x{b}\\x{c}\\x{e}-\\x{1f}\\x{7f}-\\x{9f}]"));
+    return text.remove(kControls);
+}
+
+}  // namespace
+
 QString terminalText(QString text) {
-    return text.replace(QLatin1Char('\n'), QLatin1Char(' '))
-        .replace(QLatin1Char('\r'), QLatin1Char(' '));
+    return withoutControls(text.replace(QLatin1Char('\n'), QLatin1Char(' '))
+                               .replace(QLatin1Char('\r'), QLatin1Char(' ')));
 }
 
 QString csvField(const QString& field) {
     static const QRegularExpression kQuoted(QStringLiteral("[\",\r\n]"));
-    if (!field.contains(kQuoted)) {
-        return field;
+    static const QRegularExpression kFormula(QStringLiteral("^[-=+@\t\r]"));
+    static const QRegularExpression kNumber(
+        QStringLiteral("^[-+]?([0-9]+(\\.[0-9]*)?|\\.[0-9]+)([eE][-+]?[0-9]+)?$"));
+    QString text = withoutControls(field);
+    const bool formula = text.contains(kFormula) && !text.contains(kNumber);
+    if (!formula && !text.contains(kQuoted)) {
+        return text;
     }
-    return QLatin1Char('"') + QString(field).replace(QLatin1Char('"'), QStringLiteral("\"\"")) +
-           QLatin1Char('"');
+    text.replace(QLatin1Char('"'), QStringLiteral("\"\""));
+    return (formula ? QStringLiteral("\"'") : QStringLiteral("\"")) + text + QLatin1Char('"');
 }
