@@ -27,9 +27,9 @@ bool positiveNumber(const QString& text, double* value) {
 
 int compareCommand(const QStringList& arguments) {
     QCommandLineParser parser;
-    parser.setApplicationDescription(
-        QStringLiteral("Compares records and flags slow nodes. Exit status 0: none flagged; "
-                       "1: a node flagged; 2: bad input."));
+    parser.setApplicationDescription(QStringLiteral("Compares records and flags slow nodes.\n") +
+                                     exitStatusHelp({kStatusOk, kStatusFlagged, kStatusUsage,
+                                                     kStatusUnwritable, kStatusBadInput}));
     addFormatOption(parser, kFormats);
     parser.addOptions({
         {QStringLiteral("floor"),
@@ -70,7 +70,7 @@ int compareCommand(const QStringList& arguments) {
     if (load.records.empty() && load.problems.isEmpty()) {
         printMessage(QStringLiteral("no records found in %1")
                          .arg(parser.positionalArguments().join(QLatin1Char(' '))));
-        return kStatusUsage;
+        return kStatusBadInput;
     }
     std::vector<GroupStats> groups;
     std::vector<CompareRow> rows = compareRecords(load.records, options, &groups);
@@ -97,7 +97,7 @@ int compareCommand(const QStringList& arguments) {
     fwrite(text.constData(), 1, static_cast<size_t>(text.size()), stdout);
     fflush(stdout);
     if (!load.problems.isEmpty()) {
-        return kStatusUsage;
+        return kStatusBadInput;
     }
     const bool flagged =
         std::any_of(rows.begin(), rows.end(), [](const CompareRow& row) { return row.flagged; });

@@ -15,9 +15,10 @@ const QStringList kFormats{QStringLiteral("table"), QStringLiteral("csv"), QStri
 
 int historyCommand(const QStringList& arguments) {
     QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral(
-        "Lists one host's runs in time order with the segments of one configuration and the "
-        "change points in each. Exit status 0, or 2 on bad input."));
+    parser.setApplicationDescription(
+        QStringLiteral("Lists one host's runs in time order with the segments of one "
+                       "configuration and the change points in each.\n") +
+        exitStatusHelp({kStatusOk, kStatusUsage, kStatusBadInput}));
     parser.addOptions({
         {QStringLiteral("test"), QStringLiteral("Only this test (default: every test)."),
          QStringLiteral("NAME")},
@@ -56,7 +57,7 @@ int historyCommand(const QStringList& arguments) {
                          .arg(host,
                               oneTest ? QStringLiteral(" in test \"%1\"").arg(test) : QString(),
                               positional.mid(1).join(QLatin1Char(' '))));
-        return kStatusUsage;
+        return kStatusBadInput;
     }
     const std::map<HistoryKey, HostHistory> histories = hostHistories(mine);
     const QByteArray bytes = format == QLatin1String("csv") ? formatHistoryCsv(mine, histories)
@@ -65,5 +66,5 @@ int historyCommand(const QStringList& arguments) {
                                  : formatHistoryTable(host, mine, histories);
     fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stdout);
     fflush(stdout);
-    return load.problems.isEmpty() ? kStatusOk : kStatusUsage;
+    return load.problems.isEmpty() ? kStatusOk : kStatusBadInput;
 }

@@ -89,7 +89,7 @@ TEST_F(FleetCompareProgram, BadInputIsNamedAndTheRestStillCounts) {
     const FleetResult result = runFleet(
         {"compare", "--format", "csv", path("fleet"), path("nothing-here"), path("locked.json")},
         fleetProgram(), 30000);
-    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.status, 7);
     const QString err = QString::fromUtf8(result.err);
     for (const QString& message :
          {path("fleet/notjson.json") + ": invalid record: not JSON",
