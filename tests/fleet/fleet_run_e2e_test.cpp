@@ -265,6 +265,8 @@ TEST(FleetProgram, StatusSaysWhetherItWasCalledWrongOrLacksInput) {
     const QStringList check{"check",  "--summary", dir.filePath("summary.json"), "--host", "n1",
                             "--test", "All"};
     const std::tuple<QStringList, int, const char*> cases[] = {
+        {{"--help"}, 0, "\n  7  compare, history: a record unreadable or invalid"},
+        {{"check", "--help"}, 0, "\n  8  check: cannot decide"},
         {{}, 2, "Usage:"},
         {{"frobnicate"}, 2, "unknown command"},
         {{"run", "--bogus"}, 2, "Unknown option"},
