@@ -34,8 +34,9 @@ QString exitStatusHelp(std::initializer_list<FleetStatus> statuses) {
     for (const StatusMeaning& entry : kMeanings) {
         if (statuses.size() == 0 ||
             std::find(statuses.begin(), statuses.end(), entry.status) != statuses.end()) {
-            text +=
-                QStringLiteral("  %1  %2\n").arg(entry.status).arg(QLatin1String(entry.meaning));
+            text += QStringLiteral("  %1  %2\n")
+                        .arg(static_cast<int>(entry.status))
+                        .arg(QLatin1String(entry.meaning));
         }
     }
     return text;
