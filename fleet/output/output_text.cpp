@@ -21,8 +21,9 @@ QString terminalText(QString text) {
 QString csvField(const QString& field) {
     static const QRegularExpression kQuoted(QStringLiteral("[\",\r\n]"));
     static const QRegularExpression kFormula(QStringLiteral("^[-=+@\t\r]"));
-    static const QRegularExpression kNumber(
-        QStringLiteral("^[-+]?([0-9]+(\\.[0-9]*)?|\\.[0-9]+)([eE][-+]?[0-9]+)?$"));
+    // The whole field: "$" would let a number end before a line break.
+    static const QRegularExpression kNumber(QRegularExpression::anchoredPattern(
+        QStringLiteral("[-+]?([0-9]+(\\.[0-9]*)?|\\.[0-9]+)([eE][-+]?[0-9]+)?")));
     QString text = withoutControls(field);
     const bool formula = text.contains(kFormula) && !text.contains(kNumber);
     if (!formula && !text.contains(kQuoted)) {

