@@ -20,16 +20,17 @@ constexpr double kMaxFloorPs = 1e6;
 int cannotDecide(const QString& why) {
     printf("cannot decide: %s\n", qPrintable(why));
     fflush(stdout);
-    return kStatusUsage;
+    return kStatusCannotDecide;
 }
 
 }  // namespace
 
 int checkCommand(const QStringList& arguments) {
     QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral(
-        "Decides about one node from the fleet's summary and the node's own records; prints one "
-        "line. Exit status 0: healthy; 1: drain; 2: cannot decide (nothing to change)."));
+    parser.setApplicationDescription(
+        QStringLiteral("Decides about one node from the fleet's summary and the node's own "
+                       "records; prints one line.\n") +
+        exitStatusHelp({kStatusOk, kStatusFlagged, kStatusUsage, kStatusCannotDecide}));
     parser.addOptions({
         {QStringLiteral("summary"), QStringLiteral("The summary compare --summary wrote."),
          QStringLiteral("FILE")},

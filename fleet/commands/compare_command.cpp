@@ -14,6 +14,9 @@
 
 namespace {
 
+const QStringList kFormats{QStringLiteral("table"), QStringLiteral("csv"), QStringLiteral("json"),
+                           QStringLiteral("html")};
+
 bool positiveNumber(const QString& text, double* value) {
     bool ok = false;
     *value = text.toDouble(&ok);
@@ -24,12 +27,11 @@ bool positiveNumber(const QString& text, double* value) {
 
 int compareCommand(const QStringList& arguments) {
     QCommandLineParser parser;
-    parser.setApplicationDescription(
-        QStringLiteral("Compares records and flags slow nodes. Exit status 0: none flagged; "
-                       "1: a node flagged; 2: bad input."));
+    parser.setApplicationDescription(QStringLiteral("Compares records and flags slow nodes.\n") +
+                                     exitStatusHelp({kStatusOk, kStatusFlagged, kStatusUsage,
+                                                     kStatusUnwritable, kStatusBadInput}));
+    addFormatOption(parser, kFormats);
     parser.addOptions({
-        {QStringLiteral("format"), QStringLiteral("table (default), csv, json or html."),
-         QStringLiteral("FORMAT"), QStringLiteral("table")},
         {QStringLiteral("floor"),
          QStringLiteral("Flag a score below this share of the group median."),
          QStringLiteral("RATIO"), QStringLiteral("0.90")},
@@ -39,19 +41,14 @@ int compareCommand(const QStringList& arguments) {
          QStringLiteral("Also write the verdict, for check, to FILE (JSON, atomically)."),
          QStringLiteral("FILE")},
     });
-    parser.addPositionalArgument(QStringLiteral("PATH"),
-                                 QStringLiteral("Records, or folders of them."),
-                                 QStringLiteral("PATH..."));
+    addRecordPaths(parser);
     int status = kStatusOk;
     if (!parseOptions(parser, arguments, &status)) {
         return status;
     }
     CompareOptions options;
-    const QString format = parser.value(QStringLiteral("format"));
-    if (format != QLatin1String("table") && format != QLatin1String("csv") &&
-        format != QLatin1String("json") && format != QLatin1String("html")) {
-        printMessage(
-            QStringLiteral("--format must be table, csv, json or html, not \"%1\"").arg(format));
+    const QString format = chosenFormat(parser, kFormats);
+    if (format.isEmpty()) {
         return kStatusUsage;
     }
     if (!positiveNumber(parser.value(QStringLiteral("floor")), &options.floor)) {
@@ -73,7 +70,7 @@ int compareCommand(const QStringList& arguments) {
     if (load.records.empty() && load.problems.isEmpty()) {
         printMessage(QStringLiteral("no records found in %1")
                          .arg(parser.positionalArguments().join(QLatin1Char(' '))));
-        return kStatusUsage;
+        return kStatusBadInput;
     }
     std::vector<GroupStats> groups;
     std::vector<CompareRow> rows = compareRecords(load.records, options, &groups);
@@ -100,7 +97,7 @@ int compareCommand(const QStringList& arguments) {
     fwrite(text.constData(), 1, static_cast<size_t>(text.size()), stdout);
     fflush(stdout);
     if (!load.problems.isEmpty()) {
-        return kStatusUsage;
+        return kStatusBadInput;
     }
     const bool flagged =
         std::any_of(rows.begin(), rows.end(), [](const CompareRow& row) { return row.flagged; });

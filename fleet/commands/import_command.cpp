@@ -25,7 +25,10 @@ constexpr qint64 kMaxLogBytes = 256 << 20;
 
 int importCommand(const QStringList& arguments) {
     QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral("Makes records of existing corebench logs."));
+    parser.setApplicationDescription(
+        QStringLiteral("Makes records of existing corebench logs; after a bad log it goes on "
+                       "with the others and exits with the highest status met.\n") +
+        exitStatusHelp({kStatusOk, kStatusUsage, kStatusUnparsed, kStatusUnwritable}));
     parser.addOptions({
         {QStringLiteral("host"),
          QStringLiteral("Host name (default: the log's name up to its first dot)."),

@@ -43,6 +43,7 @@ int main(int argc, char** argv) {
         status = historyCommand(arguments);
     } else if (command == QLatin1String("--help") || command == QLatin1String("-h")) {
         fputs(kUsage, stdout);
+        fputs(qPrintable(exitStatusHelp()), stdout);
         status = kStatusOk;
     } else {
         if (!command.isEmpty()) {

@@ -50,7 +50,9 @@ void passThrough(const QByteArray& chunk, QFile& log, bool* logFailed) {
 int runCommand(const QStringList& arguments) {
     QCommandLineParser parser;
     parser.setApplicationDescription(
-        QStringLiteral("Runs corebench, shows its output and records the measurement."));
+        QStringLiteral("Runs corebench, shows its output and records the measurement.\n") +
+        exitStatusHelp({kStatusOk, kStatusUsage, kStatusNotFound, kStatusCrashed, kStatusUnparsed,
+                        kStatusUnwritable}));
     parser.addOptions({
         {QStringLiteral("out"),
          QStringLiteral("Folder of the record and log (default: current folder)."),

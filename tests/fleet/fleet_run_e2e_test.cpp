@@ -257,29 +257,41 @@ find full roomy -type f ! -name fill | sort > files; cat full/prom/corebench.pro
     EXPECT_EQ(readFile(dir.filePath("prom")), "old\n");
 }
 
-TEST(FleetProgram, RefusesBadArgumentsWithStatus2) {
+// Called wrong (2) is told apart from records that are bad or missing (7) and from a check that
+// lacks its evidence (8); nothing is written either way.
+TEST(FleetProgram, StatusSaysWhetherItWasCalledWrongOrLacksInput) {
     QTemporaryDir dir;
     const QString log = kData + "/singlespeed-plain.log";
-    const std::pair<QStringList, const char*> cases[] = {
-        {{}, "Usage:"},
-        {{"frobnicate"}, "unknown command"},
-        {{"run", "--bogus"}, "Unknown option"},
-        {{"import"}, "at least one LOG"},
-        {{"import", "--test", "Quick", log}, "unknown test"},
+    const QStringList check{"check",  "--summary", dir.filePath("summary.json"), "--host", "n1",
+                            "--test", "All"};
+    const std::tuple<QStringList, int, const char*> cases[] = {
+        {{"--help"}, 0, "\n  7  compare, history: a record unreadable or invalid"},
+        {{"check", "--help"}, 0, "\n  8  check: cannot decide"},
+        {{}, 2, "Usage:"},
+        {{"frobnicate"}, 2, "unknown command"},
+        {{"run", "--bogus"}, 2, "Unknown option"},
+        {{"import"}, 2, "at least one LOG"},
+        {{"import", "--test", "Quick", log}, 2, "unknown test"},
         // A name that would make CSV rows, start an option or leave the folder.
-        {{"import", "--host", "n1\nn2,drain", log}, "is not valid"},
-        {{"import", "--host", "-rf", log}, "is not valid"},
-        {{"compare"}, "at least one PATH"},
-        {{"compare", dir.path()}, "no records found"},
-        {{"compare", "--format", "xml", dir.path()}, "--format must be"},
-        {{"compare", "--floor", "-1", dir.path()}, "--floor must be"},
-        {{"compare", "--z", "abc", dir.path()}, "--z must be"},
-        {{"compare", "--colour", dir.path()}, "Unknown option"},
+        {{"import", "--host", "n1\nn2,drain", log}, 2, "is not valid"},
+        {{"import", "--host", "-rf", log}, 2, "is not valid"},
+        {{"compare"}, 2, "at least one PATH"},
+        {{"compare", "--format", "xml", dir.path()}, 2, "--format must be"},
+        {{"compare", "--floor", "-1", dir.path()}, 2, "--floor must be"},
+        {{"compare", "--z", "abc", dir.path()}, 2, "--z must be"},
+        {{"compare", "--colour", dir.path()}, 2, "Unknown option"},
+        {{"compare", dir.path()}, 7, "no records found"},
+        {{"history", "n1", dir.path()}, 7, "no records of host \"n1\""},
+        {{"check", dir.path()}, 2, "check needs --summary"},
+        {check + QStringList{"--drift", "5", dir.path()}, 2, "--drift must be"},
+        {check + QStringList{dir.filePath("none")}, 8, "cannot decide: cannot read the records"},
+        {check + QStringList{dir.path()}, 8, "cannot decide: cannot read the summary"},
     };
-    for (const auto& [arguments, message] : cases) {
+    for (const auto& [arguments, status, message] : cases) {
         const FleetResult result = runFleet(arguments);
-        EXPECT_EQ(result.status, 2) << message;
-        EXPECT_TRUE(result.err.contains(message)) << result.err.toStdString();
+        EXPECT_EQ(result.status, status) << message;
+        EXPECT_TRUE((result.err + result.out).contains(message))
+            << message << ": " << result.err.toStdString() << result.out.toStdString();
     }
     EXPECT_TRUE(QDir(dir.path()).isEmpty()) << "nothing written";
 }

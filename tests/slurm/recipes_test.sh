@@ -172,9 +172,9 @@ while IFS='|' read -r verdict setup expect; do
   case $out in "corebench-healthcheck: nothing changed: "*"$expect"*) ;; *) fail "message '$out' lacks '$expect'" ;; esac
   [ ! -e "$stub/calls" ] && [ "$(node_field slurm-n1 state)" = IDLE+DRAIN ] || fail "$expect: the node was updated"
 done <<ROWS
-2 cannot decide: cannot read the records folder R||cannot decide: cannot read the records folder R
-2 corebench-fleet: --max-age must look like 3600, 90m||--max-age must look like
-3 Segmentation fault||Segmentation fault
+8 cannot decide: cannot read the records folder R||cannot decide: cannot read the records folder R
+2 corebench-fleet: --max-age must look like 3600, 90m||check refused the settings: corebench-fleet: --max-age must look like
+3 Segmentation fault||check failed with status 3: Segmentation fault
 0 healthy: X|touch "$stub/scontrol_hangs"|scontrol show node slurm-n1: no answer within 5 s
 1 drain: X|chmod g+w "$conf"|settings file $conf (or its folder) can be written by others than root
 1 drain: X|chmod o+w "$stub/bin/corebench-fleet"|$stub/bin/corebench-fleet (or its folder) can be written by others than root
@@ -229,7 +229,8 @@ while read -r status want files; do
     fail "report job with compare status $status: exit $got, files: $(ls "$odd/records")"
 done <<ROWS
 1 0 ${report_base##*/}.csv,${report_base##*/}.html,${report_base##*/}.txt
-2 2 ${report_base##*/}.csv,${report_base##*/}.html,${report_base##*/}.txt
+7 7 ${report_base##*/}.csv,${report_base##*/}.html,${report_base##*/}.txt
+2 2 
 3 3 
 ROWS
 echo 0 > "$stub/compare_status"
@@ -266,6 +267,9 @@ for expect in "a 100 ssd,cb_fast" "c 133 gpu,cb_fast" "b 200 cb_mid" "d 400 cb_m
     fail "node $n: Weight $(node_field "$n" weight) Features $(node_field "$n" features), expected $w $f"
   printf '%s\n' "$out" | grep -qx "NodeName=$n ... Weight=$w Features=$f" || fail "no slurm.conf line for $n: $out"
 done
+echo 2 > "$stub/compare_status"
+"$contrib/corebench-weights" "$tmp/records" >/dev/null 2>&1 && fail "weights took the report of a compare called wrong"
+echo 7 > "$stub/compare_status"
 report "$(row ghost All "$now_iso" no "" 400)"
 "$contrib/corebench-weights" "$tmp/records" >/dev/null 2>&1 && fail "weights with no known node succeeded"
 echo 0 > "$stub/compare_status"
