@@ -170,10 +170,10 @@ Compared compareThroughJson(const std::vector<LoadedRecord>& fleet) {
     Compared compared;
     compared.rows = compareRecords(fleet, CompareOptions(), &compared.groups);
     QString error;
-    compared.summary =
-        summaryFromJson(summaryToJson(compared.rows, compared.groups, CompareOptions(),
-                                      QDateTime::currentDateTimeUtc()),
-                        &error);
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    compared.summary = summaryFromJson(
+        summaryToJson(compared.rows, compared.groups, CompareOptions(), "/records", now), now,
+        &error);
     EXPECT_TRUE(compared.summary) << error.toStdString();
     return compared;
 }
@@ -217,17 +217,17 @@ TEST(NodeVerdict, DecidesFromTheSummaryAndNewerOwnRecords) {
         {"nX", "All", {}, 50, {}, "healthy: no All record of nX"},
     };
     for (const Row& row : table) {
-        const CheckRequest request{row.host, row.test,   row.floor, row.maxAgeS,
-                                   "3d",     "/records", now,       {}};
+        const CheckRequest request{row.host,   row.test, row.floor, row.maxAgeS, "3d",
+                                   "/records", now,      {},        "/records"};
         const NodeVerdict verdict = decideNode(*compared.summary, row.own, request);
         EXPECT_TRUE(verdict.line.startsWith(QLatin1String(row.line)))
             << row.host << " " << row.line << ": " << verdict.line.toStdString();
         EXPECT_EQ(verdict.verdict == Verdict::Drain, verdict.line.startsWith("drain"));
     }
     QString error;
-    EXPECT_FALSE(summaryFromJson(R"({"kind":"corebench-summary","schema":2})", &error));
-    EXPECT_FALSE(
-        summaryFromJson(summaryToJson(compared.rows, compared.groups, {0.9, 3.5}, {}), &error));
+    EXPECT_FALSE(summaryFromJson(R"({"kind":"corebench-summary","schema":1})", now, &error));
+    EXPECT_FALSE(summaryFromJson(
+        summaryToJson(compared.rows, compared.groups, {0.9, 3.5}, "/records", {}), now, &error));
 }
 
 // With a drift setting, a drop in the node's own runs drains it, however it compares with its
@@ -248,7 +248,7 @@ TEST(NodeVerdict, DrainsOnOwnDriftOnlyWhenAsked) {
         {0.03, "drain: drift: -3.3% since 2026-11-03 (p < 0.0001)"},
     };
     for (const auto& [drift, line] : table) {
-        CheckRequest request{"n1", "ALL", {}, {}, "", "/records", {}, drift};
+        CheckRequest request{"n1", "ALL", {}, {}, "", "/records", {}, drift, "/records"};
         const QString got = decideNode(*compared.summary, own, request).line;
         EXPECT_TRUE(got.startsWith(QLatin1String(line))) << got.toStdString();
     }
