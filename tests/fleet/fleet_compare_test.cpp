@@ -183,9 +183,13 @@ Compared compareThroughJson(const std::vector<LoadedRecord>& fleet) {
 // check's decision for one node, from the summary as compare writes it (through its JSON) and the
 // node's own records.
 TEST(NodeVerdict, DecidesFromTheSummaryAndNewerOwnRecords) {
+    // n3 also has a stale record of "all", a group of its own, which must not stand for "All".
+    LoadedRecord staleAll = node("n3", 10);
+    staleAll.record.test = QStringLiteral("all");
+    staleAll.record.startedAt = staleAll.record.startedAt.addDays(-1);
     const Compared compared =
         compareThroughJson({node("n1", 100), node("n2", 101), node("n3", 99), node("n4", 100),
-                            node("n5", 102), node("n6", 60)});
+                            node("n5", 102), node("n6", 60), staleAll});
     ASSERT_TRUE(compared.summary);
     LoadedRecord stranger = node("n2", 10, "EPYC 7543", 5);
     const auto later = [](const char* host, double ps, const char* model = "EPYC 7543") {
@@ -204,6 +208,7 @@ TEST(NodeVerdict, DecidesFromTheSummaryAndNewerOwnRecords) {
     const Row table[] = {
         {"n1", "All", {node("n1", 100)}, {}, {}, "healthy: All 100.000 PS at 2026-11-01T12:00:00Z"},
         {"n1", "all", {}, {}, {}, "healthy: all 100.000 PS at 2026-11-01T12:00:00Z"},
+        {"n3", "All", {}, {}, {}, "healthy: All 99.000 PS at 2026-11-01T12:00:00Z"},
         {"n6", "All", {node("n6", 60)}, {}, {}, "drain: flagged by compare (robust z -"},
         // Newer than the summary: judged against the summary's group.
         {"n6", "All", {later("n6", 100)}, {}, {}, "healthy: All 100.000 PS at 2026-11-02"},
