@@ -45,7 +45,8 @@ std::optional<Newest> newestOf(const FleetSummary& summary,
     }
     const SummaryHost* judged = nullptr;
     for (const SummaryHost& host : summary.hosts) {
-        if (host.host == request.host && sameTest(host.test, request.test)) {
+        if (host.host == request.host && sameTest(host.test, request.test) &&
+            (judged == nullptr || host.startedAt > judged->startedAt)) {
             judged = &host;
         }
     }
@@ -79,6 +80,18 @@ std::optional<ChangePoint> ownDrift(const std::vector<LoadedRecord>& ownRecords,
 }
 
 }  // namespace
+
+QString summaryDoubt(const FleetSummary& summary, const CheckRequest& request) {
+    if (summary.records != request.recordsCanonical) {
+        return QStringLiteral("it was made of the records in %1, not of those in %2")
+            .arg(summary.records, request.recordsCanonical);
+    }
+    if (request.maxAgeS && summary.generatedAt.secsTo(request.now) > *request.maxAgeS) {
+        return QStringLiteral("it was made at %1, longer ago than %2")
+            .arg(summary.generatedAt.toString(Qt::ISODate), request.maxAgeText);
+    }
+    return QString();
+}
 
 NodeVerdict decideNode(const FleetSummary& summary, const std::vector<LoadedRecord>& ownRecords,
                        const CheckRequest& request) {
@@ -119,9 +132,10 @@ NodeVerdict decideNode(const FleetSummary& summary, const std::vector<LoadedReco
         }
     }
     if (reasons.isEmpty()) {
-        return {Verdict::Healthy, QStringLiteral("healthy: ") + state};
+        return {Verdict::Healthy, oneLine(QStringLiteral("healthy: ") + state, kMaxVerdictChars)};
     }
-    return {Verdict::Drain, QStringLiteral("drain: ") + reasons.join(QStringLiteral("; "))};
+    return {Verdict::Drain, oneLine(QStringLiteral("drain: ") + reasons.join(QStringLiteral("; ")),
+                                    kMaxVerdictChars)};
 }
 
 std::optional<qint64> parseAge(const QString& text) {

@@ -18,7 +18,7 @@ constexpr qint64 kMaxSummaryBytes = 256LL * 1024 * 1024;
 constexpr double kMaxFloorPs = 1e6;
 
 int cannotDecide(const QString& why) {
-    printf("cannot decide: %s\n", qPrintable(why));
+    printf("%s\n", qPrintable(oneLine(QStringLiteral("cannot decide: ") + why, kMaxVerdictChars)));
     fflush(stdout);
     return kStatusCannotDecide;
 }
@@ -106,6 +106,7 @@ int checkCommand(const QStringList& arguments) {
         return cannotDecide(
             QStringLiteral("cannot read the records folder %1").arg(request.records));
     }
+    request.recordsCanonical = folder.canonicalFilePath();
     QString error;
     FileIdentity identity;
     const std::optional<QByteArray> bytes =
@@ -114,9 +115,13 @@ int checkCommand(const QStringList& arguments) {
         return cannotDecide(
             QStringLiteral("cannot read the summary %1: %2").arg(summaryPath, error));
     }
-    const std::optional<FleetSummary> summary = summaryFromJson(*bytes, &error);
+    const std::optional<FleetSummary> summary = summaryFromJson(*bytes, request.now, &error);
     if (!summary) {
         return cannotDecide(QStringLiteral("summary %1: %2").arg(summaryPath, error));
+    }
+    const QString doubt = summaryDoubt(*summary, request);
+    if (!doubt.isEmpty()) {
+        return cannotDecide(QStringLiteral("summary %1: %2").arg(summaryPath, doubt));
     }
     QStringList problems;
     const QStringList files = hostRecordPaths(request.records, request.host, &problems);

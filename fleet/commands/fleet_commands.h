@@ -12,3 +12,4 @@ int importCommand(const QStringList& arguments);
 int compareCommand(const QStringList& arguments);
 int checkCommand(const QStringList& arguments);
 int historyCommand(const QStringList& arguments);
+int weightsCommand(const QStringList& arguments);

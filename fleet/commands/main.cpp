@@ -17,6 +17,7 @@ const char kUsage[] =
     "  corebench-fleet check --summary FILE --host HOST --test TEST [--floor PS]\n"
     "                        [--max-age AGE] [--drift FRACTION] RECORDS\n"
     "  corebench-fleet history [--test NAME] [--format table|csv|json] HOST PATH...\n"
+    "  corebench-fleet weights [--test NAME] [--nodes FILE] PATH...\n"
     "Run 'corebench-fleet COMMAND --help' for a command's options.\n";
 
 }  // namespace
@@ -41,6 +42,8 @@ int main(int argc, char** argv) {
         status = checkCommand(arguments);
     } else if (command == QLatin1String("history")) {
         status = historyCommand(arguments);
+    } else if (command == QLatin1String("weights")) {
+        status = weightsCommand(arguments);
     } else if (command == QLatin1String("--help") || command == QLatin1String("-h")) {
         fputs(kUsage, stdout);
         fputs(qPrintable(exitStatusHelp()), stdout);

@@ -1,4 +1,5 @@
-// corebench-fleet compare as a program: exit statuses, every kind of bad input, the formats.
+// corebench-fleet compare and check as programs: exit statuses, every kind of bad input, and
+// the summary that the one writes for the other.
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -32,10 +33,13 @@ class FleetCompareProgram : public ::testing::Test {
     QString path(const QString& name) const { return dir.filePath(name); }
 
     void addRecord(const QString& file, const QString& host, double ps,
-                   const QString& cpuModel = QString()) {
+                   const QString& startedAt = QString(), const QString& cpuModel = QString()) {
         QJsonObject record = pattern;
         record.insert("host", host);
         record.insert("ps_result", ps);
+        if (!startedAt.isEmpty()) {
+            record.insert("started_at", startedAt);
+        }
         if (!cpuModel.isEmpty()) {
             record.insert("cpu_model", cpuModel);
         }
@@ -59,6 +63,15 @@ TEST_F(FleetCompareProgram, ExitsZeroOrOneByWhatItFinds) {
     addRecord("fleet/slow.json", "n9", 15.0);
     EXPECT_EQ(runFleet({"compare", path("fleet")}).status, 1);
     EXPECT_EQ(runFleet({"compare", "--floor", "0.5", "--z", "100", path("fleet")}).status, 0);
+    // Options out of their ranges, and a summary of anything but one records folder, are refused.
+    for (const QStringList& refused : {QStringList{"--floor", "1e9", path("fleet")},
+                                       {"--z", "0.5", path("fleet")},
+                                       {"--summary", path("s"), path("fleet/slow.json")},
+                                       {"--summary", path("s"), path("fleet"), path("seed")}}) {
+        EXPECT_EQ(runFleet(QStringList{"compare"} + refused).status, 2)
+            << refused.join(' ').toStdString();
+    }
+    EXPECT_FALSE(QFile::exists(path("s")));
 }
 
 // Files anyone with write access to the folder could plant: each is named with its reason, none
@@ -125,7 +138,7 @@ TEST_F(FleetCompareProgram, RecordTextActsNeitherInASpreadsheetNorInATerminal) {
         {"f7", "-1\n"},  // a number up to its line break only
         {"e1", escapes}};
     for (const auto& [host, model] : models) {
-        addRecord(QStringLiteral("fleet/%1.json").arg(host), host, 21.5, model);
+        addRecord(QStringLiteral("fleet/%1.json").arg(host), host, 21.5, QString(), model);
     }
     writeFile(path("fleet/\x1b]0;title\x07.json"), "{");
     const auto controls = [](const QByteArray& text) {
@@ -156,6 +169,89 @@ TEST_F(FleetCompareProgram, RecordTextActsNeitherInASpreadsheetNorInATerminal) {
         EXPECT_TRUE(result.err.contains("]0;title.json: invalid record"));
         EXPECT_EQ(controls(result.err), 0);
     }
+}
+
+// The summary's text with the patch's values set: a key "host NAME" patches that host's entry,
+// "group 0" the first group, any other key the summary itself.
+QByteArray patched(const QByteArray& summary, const char* patch) {
+    QJsonObject root = QJsonDocument::fromJson(summary).object();
+    const QJsonObject changes = QJsonDocument::fromJson(patch).object();
+    EXPECT_FALSE(changes.isEmpty()) << patch;
+    for (auto change = changes.begin(); change != changes.end(); ++change) {
+        const bool host = change.key().startsWith("host ");
+        if (!host && change.key() != "group 0") {
+            root.insert(change.key(), change.value());
+            continue;
+        }
+        const QString list = host ? "hosts" : "groups";
+        QJsonArray entries = root.value(list).toArray();
+        for (int i = 0; i < entries.size(); ++i) {
+            QJsonObject entry = entries[i].toObject();
+            if (host ? "host " + entry.value("host").toString() == change.key() : i == 0) {
+                const QJsonObject values = change.value().toObject();
+                for (auto value = values.begin(); value != values.end(); ++value) {
+                    entry.insert(value.key(), value.value());
+                }
+                entries[i] = entry;
+            }
+        }
+        root.insert(list, entries);
+    }
+    return QJsonDocument(root).toJson();
+}
+
+// check decides only on a summary that compare could have written of the records it is given,
+// and prints one line of at most 400 characters; otherwise it cannot decide (status 8).
+TEST_F(FleetCompareProgram, CheckDecidesOnlyOnASummaryItCanVouchFor) {
+    const QString summary = path("summary.json");
+    ASSERT_EQ(runFleet({"compare", "--summary", summary, path("fleet")}).status, 0);
+    const QByteArray written = readFile(summary);
+    // n0 ran again at 5 PS, a minute ahead as a fast clock writes it: newer than every entry of
+    // the summary, so judged from its own record against its group.
+    const QDateTime ahead = QDateTime::currentDateTimeUtc().addSecs(60);
+    addRecord("fleet/n0/n0-new.json", "n0", 5.0, ahead.toString(Qt::ISODate));
+    ASSERT_TRUE(QFile::link(path("fleet"), path("line\nbreak")));
+    const QString test = pattern.value("test").toString();
+    const std::tuple<const char*, const char*, int, const char*> cases[] = {
+        {"n0", "{\"z\": 3.5}", 1, "drain: flagged by compare (robust z"},
+        {"n0", R"({"host n0": {"started_at": "2099-01-01T00:00:00Z"}})", 8, "cannot decide"},
+        {"n0", R"({"host n0": {"started_at": "2026-01-01T00:00:00"}})", 8, "cannot decide"},
+        {"n0", R"({"z": -1e9})", 8, "cannot decide"},
+        {"n0", R"({"floor": 1e9})", 8, "cannot decide"},
+        {"n0", R"({"group 0": {"median": -5}})", 8, "cannot decide"},
+        {"n0", R"({"group 0": {"members": ["n1", "n2", "n3", "n4"]}})", 8, "cannot decide"},
+        {"n0", R"({"groups": [], "hosts": [], "generated_at": "2001-01-01T00:00:00Z"})", 8,
+         "cannot decide"},
+        {"n0", R"({"generated_at": "2001-01-01T00:00:00Z"})", 8, "cannot decide"},
+        {"n0", R"({"records": "/elsewhere"})", 8, "cannot decide"},
+        {"n1", R"({"host n1": {"flagged": true, "reason": "slow\ndrain: forged"}})", 8,
+         "cannot decide"},
+    };
+    for (const auto& [host, patch, status, line] : cases) {
+        writeFile(summary, patched(written, patch));
+        const FleetResult result = runFleet({"check", "--summary", summary, "--host", host,
+                                             "--test", test, "--max-age", "3650d", path("fleet")});
+        EXPECT_EQ(result.status, status) << patch << ": " << result.out.toStdString();
+        EXPECT_TRUE(result.out.startsWith(line)) << patch << ": " << result.out.toStdString();
+        EXPECT_EQ(result.out.count('\n'), 1) << patch << ": " << result.out.toStdString();
+    }
+    // A reason that names what the admin gave (the records folder here) is one line, cut short.
+    writeFile(summary, written);
+    const FleetResult missing =
+        runFleet({"check", "--summary", summary, "--host", "nX", "--test", test, "--max-age", "1d",
+                  path("line\nbreak") + QString(400, '/')});
+    EXPECT_EQ(missing.status, 1) << missing.err.toStdString();
+    EXPECT_TRUE(missing.out.startsWith("drain: no " + test.toUtf8() + " record of nX in " +
+                                       path("line break").toUtf8()))
+        << missing.out.toStdString();
+    EXPECT_EQ(missing.out.count('\n'), 1);
+    EXPECT_LE(missing.out.size(), 401);
+
+    // A summary of what compare could read is no summary: it leaves the last one as it was.
+    writeFile(path("fleet/broken.json"), "{");
+    QFile::remove(summary);
+    EXPECT_EQ(runFleet({"compare", "--summary", summary, path("fleet")}).status, 7);
+    EXPECT_FALSE(QFile::exists(summary));
 }
 
 }  // namespace
