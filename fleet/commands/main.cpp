@@ -4,6 +4,7 @@
 
 #include "command_options.h"
 #include "fleet_commands.h"
+#include "safe_file.h"
 #include "standard_output.h"
 
 namespace {
@@ -28,6 +29,8 @@ int main(int argc, char** argv) {
     // The same bytes on every system: corebench's output passes through unchanged and no line
     // gets a CR on Windows (a closed standard output shows as failed writes later).
     openStandardOutput();
+    // ulimit -f: a record or log that would pass it is not written (status 6), not left half done.
+    failWritesPastSizeLimit();
     const QStringList arguments = application.arguments().mid(1);
     const QString command = arguments.value(0);
     int status = kStatusUsage;

@@ -1,5 +1,6 @@
 #include "safe_file.h"
 
+#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
@@ -39,21 +40,39 @@ QString temporaryWith(const QString& path, const QByteArray& bytes, QString* err
 
 }  // namespace
 
-bool makeFolder(const QString& path, QString* error) {
-    OsError osError = createFolder(path);
+bool makeFolders(const QString& path, QString* error) {
+    // The folders to make, deepest first: each name up to the first one that is taken.
+    std::vector<QString> missing;
     FolderEntry::Kind kind = FolderEntry::kOther;
-    if (osError == kNoError) {
-        osError = entryKind(path, &kind);
+    for (QString folder = QDir::cleanPath(path);;) {
+        const OsError osError = entryKind(folder, &kind);
+        const QString parent = QFileInfo(folder).path();
+        if (osError == kNoError || !nameMissing(osError) || parent == folder) {
+            break;
+        }
+        missing.push_back(folder);
+        folder = parent;
     }
-    if (osError != kNoError) {
-        *error = failed("create the folder", path, osError);
-        return false;
+    const bool existed = missing.empty();
+    if (existed) {
+        missing.push_back(QDir::cleanPath(path));
     }
-    if (kind != FolderEntry::kFolder) {
-        *error = QStringLiteral("%1 is not a folder%2")
-                     .arg(path, kind == FolderEntry::kLink ? QStringLiteral(" but a symbolic link")
-                                                           : QString());
-        return false;
+    for (auto folder = missing.rbegin(); folder != missing.rend(); ++folder) {
+        OsError osError = existed ? kNoError : createFolder(*folder);
+        if (osError == kNoError) {
+            osError = entryKind(*folder, &kind);
+        }
+        if (osError != kNoError) {
+            *error = failed("create the folder", *folder, osError);
+            return false;
+        }
+        if (kind != FolderEntry::kFolder) {
+            *error = QStringLiteral("%1 is not a folder%2")
+                         .arg(*folder, kind == FolderEntry::kLink
+                                           ? QStringLiteral(" but a symbolic link, not followed")
+                                           : QString());
+            return false;
+        }
     }
     return true;
 }
@@ -193,7 +212,8 @@ bool listFolder(const QString& path, bool followLink, std::vector<FolderEntry>* 
     if (fault != OpenFault::kNone) {
         *error = fault == OpenFault::kOsError
                      ? QStringLiteral("cannot read the folder: %1").arg(reason(osError))
-                     : QStringLiteral("not a folder (a symbolic link is not followed)");
+                 : fault == OpenFault::kLink ? QStringLiteral("a symbolic link, not followed")
+                                             : QStringLiteral("not a folder");
     }
     return fault == OpenFault::kNone;
 }
