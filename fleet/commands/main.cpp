@@ -16,7 +16,7 @@ const char kUsage[] =
     "  corebench-fleet compare [--format table|csv|json|html] [--floor 0.90] [--z 3.5]\n"
     "                          [--summary FILE] PATH...\n"
     "  corebench-fleet check --summary FILE --host HOST --test TEST [--floor PS]\n"
-    "                        [--max-age AGE] [--drift FRACTION] RECORDS\n"
+    "                        [--max-age AGE] [--drift FRACTION] [--writer USER] RECORDS\n"
     "  corebench-fleet history [--test NAME] [--format table|csv|json] HOST PATH...\n"
     "Run 'corebench-fleet COMMAND --help' for a command's options.\n";
 

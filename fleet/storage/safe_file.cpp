@@ -7,6 +7,7 @@
 #include <QThread>
 
 #include "safe_file_os.h"
+#include "writer_trust.h"
 
 using namespace safe_file_os;
 
@@ -151,7 +152,8 @@ bool replaceFile(const QString& path, const QByteArray& bytes, QString* error) {
 }
 
 std::optional<QByteArray> readRegularFile(const QString& path, qint64 maxBytes,
-                                          FileIdentity* identity, QString* error) {
+                                          FileIdentity* identity, QString* error,
+                                          const WriterTrust* trust) {
     qintptr handle = -1;
     qint64 fileSize = 0;
     FileIdentity opened;
@@ -170,7 +172,11 @@ std::optional<QByteArray> readRegularFile(const QString& path, qint64 maxBytes,
             return std::nullopt;
     }
     std::optional<QByteArray> bytes;
-    if (fileSize > maxBytes) {
+    // Who may write it is read from the file that is read, not from the name.
+    const QString others = trust != nullptr ? otherWriters(handle, *trust) : QString();
+    if (!others.isEmpty()) {
+        *error = others;
+    } else if (fileSize > maxBytes) {
         *error = QStringLiteral("larger than %1 bytes").arg(maxBytes);
     } else {
         *identity = opened;

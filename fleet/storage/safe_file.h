@@ -11,6 +11,7 @@
 #include <vector>
 
 class QFile;
+struct WriterTrust;
 
 // Every folder corebench-fleet writes into (--out, --prom, a host's folder) is made by this: the
 // folder and the missing ones above it, one level at a time, each with mode 0755 whatever the
@@ -50,9 +51,11 @@ struct FileIdentity {
 };
 
 // Reads a regular file of at most maxBytes, not through a link, without waiting on a pipe or a
-// device. Nothing with error (the reason) otherwise.
+// device, and with trust only one that no one but its writers could write (writer_trust.h).
+// Nothing with error (the reason) otherwise.
 std::optional<QByteArray> readRegularFile(const QString& path, qint64 maxBytes,
-                                          FileIdentity* identity, QString* error);
+                                          FileIdentity* identity, QString* error,
+                                          const WriterTrust* trust = nullptr);
 
 struct FolderEntry {
     enum Kind { kFile, kFolder, kLink, kOther };
