@@ -83,7 +83,7 @@ TEST_F(FleetCheckTrust, CannotDecideOnWhatOthersCouldWrite) {
     expectRoutes({
         {"true", "", ""},
         // An ACL entry on the host's folder, its mode bits clean (the mask holds it back).
-        {"setfacl -m u:nobody:rwx %1/r/n1 && chmod 755 %1/r/n1", "%1/r/n1", "user nobody (ACL)"},
+        {"setfacl -m u:daemon:rwx %1/r/n1 && chmod 755 %1/r/n1", "%1/r/n1", "user daemon (ACL)"},
         {"setfacl -m g:nogroup:w %1/r/n1/%2", "%1/r/n1/%2", "group nogroup (ACL)"},
         // A folder above the records that everyone may write, without the sticky bit: the
         // records folder could be swapped for another.
