@@ -36,7 +36,8 @@ enum AclTag : quint16 {
     kOther = 0x20,
 };
 constexpr quint16 kAclWrite = 0x02;
-// An ACL of a few hundred entries is already far beyond any a records folder has.
+// Room for 8,191 entries; a records folder's ACL has a handful. A larger one is not read, and then
+// not trusted.
 constexpr size_t kMaxAclBytes = 64 * 1024;
 // getpwuid_r's and getgrgid_r's buffer; a name that does not fit is shown as its number.
 constexpr size_t kNameBufferBytes = 16 * 1024;
