@@ -1,4 +1,5 @@
 #include <QCommandLineParser>
+#include <QDir>
 #include <QFileInfo>
 #include <cstdio>
 
@@ -8,6 +9,7 @@
 #include "record_files.h"
 #include "record_names.h"
 #include "safe_file.h"
+#include "writer_trust.h"
 
 namespace {
 
@@ -28,8 +30,10 @@ int cannotDecide(const QString& why) {
 int checkCommand(const QStringList& arguments) {
     QCommandLineParser parser;
     parser.setApplicationDescription(
-        QStringLiteral("Decides about one node from the fleet's summary and the node's own "
-                       "records; prints one line.\n") +
+        QStringLiteral(
+            "Decides about one node from the fleet's summary and the node's own "
+            "records; prints one line. It decides only on files and folders that root and the "
+            "writer alone could write.\n") +
         exitStatusHelp({kStatusOk, kStatusFlagged, kStatusUsage, kStatusCannotDecide}));
     parser.addOptions({
         {QStringLiteral("summary"), QStringLiteral("The summary compare --summary wrote."),
@@ -45,6 +49,10 @@ int checkCommand(const QStringList& arguments) {
          QStringLiteral("Drain when the node's own scores dropped by at least this fraction since "
                         "its configuration last changed (0.05 is 5 %)."),
          QStringLiteral("FRACTION")},
+        {QStringLiteral("writer"),
+         QStringLiteral("The user besides root who writes the records and the summary (default: "
+                        "root alone)."),
+         QStringLiteral("USER")},
     });
     parser.addPositionalArgument(QStringLiteral("RECORDS"), QStringLiteral("The records folder."));
     int status = kStatusOk;
@@ -97,6 +105,13 @@ int checkCommand(const QStringList& arguments) {
         }
         request.driftFraction = drift;
     }
+    QString error;
+    const std::optional<WriterTrust> trust =
+        writerTrust(parser.value(QStringLiteral("writer")), &error);
+    if (!trust) {
+        printMessage(QStringLiteral("--writer: ") + error);
+        return kStatusUsage;
+    }
     request.records = parser.positionalArguments().front();
     request.now = QDateTime::currentDateTimeUtc();
 
@@ -106,11 +121,24 @@ int checkCommand(const QStringList& arguments) {
         return cannotDecide(
             QStringLiteral("cannot read the records folder %1").arg(request.records));
     }
-    request.recordsCanonical = folder.canonicalFilePath();
-    QString error;
+    // Whoever else could write what is read would decide which nodes drain. Reading goes on from
+    // the folders checked, by their paths without links.
+    const QString records = trustedFolder(request.records, *trust, &error);
+    if (records.isEmpty()) {
+        return cannotDecide(error);
+    }
+    request.recordsCanonical = QFileInfo(records).canonicalFilePath();
+    const QFileInfo summaryName(summaryPath);
+    const QString summaryFolder = trustedFolder(summaryName.path(), *trust, &error);
+    const QString own = hostFolder(records, request.host);
+    if (summaryFolder.isEmpty() || ((QFileInfo::exists(own) || QFileInfo(own).isSymLink()) &&
+                                    trustedFolder(own, *trust, &error).isEmpty())) {
+        return cannotDecide(error);
+    }
     FileIdentity identity;
     const std::optional<QByteArray> bytes =
-        readRegularFile(summaryPath, kMaxSummaryBytes, &identity, &error);
+        readRegularFile(QDir(summaryFolder).filePath(summaryName.fileName()), kMaxSummaryBytes,
+                        &identity, &error, &*trust);
     if (!bytes) {
         return cannotDecide(
             QStringLiteral("cannot read the summary %1: %2").arg(summaryPath, error));
@@ -124,8 +152,8 @@ int checkCommand(const QStringList& arguments) {
         return cannotDecide(QStringLiteral("summary %1: %2").arg(summaryPath, doubt));
     }
     QStringList problems;
-    const QStringList files = hostRecordPaths(request.records, request.host, &problems);
-    RecordLoad load = loadRecords(files, request.now);
+    const QStringList files = hostRecordPaths(records, request.host, &problems);
+    RecordLoad load = loadRecords(files, request.now, &*trust);
     load.problems = problems + load.problems;
     if (!load.problems.isEmpty()) {
         return cannotDecide(load.problems.size() == 1 ? load.problems.front()

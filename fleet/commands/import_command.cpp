@@ -67,8 +67,9 @@ int importCommand(const QStringList& arguments) {
         return kStatusUsage;
     }
     const QString out = parser.value(QStringLiteral("out"));
-    if (!QDir().mkpath(out)) {
-        printMessage(QStringLiteral("cannot create the folder %1").arg(out));
+    QString folderError;
+    if (!makeFolders(out, &folderError)) {
+        printMessage(folderError);
         return kStatusUnwritable;
     }
     std::vector<Record> imported;
@@ -113,7 +114,7 @@ int importCommand(const QStringList& arguments) {
         }
         const QString folder = hostFolder(out, record.host);
         const QString target =
-            makeFolder(folder, &error)
+            makeFolders(folder, &error)
                 ? publishNewFile(QDir(folder).filePath(
                                      recordBaseName(record.host, record.test, record.startedAt) +
                                      QStringLiteral(".json")),

@@ -97,9 +97,8 @@ int runCommand(const QStringList& arguments) {
     const QString out = parser.value(QStringLiteral("out"));
     const QString folder = hostFolder(out, origin.host);
     QString error;
-    if (!QDir().mkpath(out) || !makeFolder(folder, &error)) {
-        printMessage(error.isEmpty() ? QStringLiteral("cannot create the folder %1").arg(out)
-                                     : error);
+    if (!makeFolders(out, &error) || !makeFolders(folder, &error)) {
+        printMessage(error);
         return kStatusUnwritable;
     }
     const QString testWord = corebenchArguments.value(0);

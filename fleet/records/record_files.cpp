@@ -13,13 +13,13 @@ namespace {
 
 class Loader {
   public:
-    Loader(const QDateTime& now) : now_(now) {}
+    Loader(const QDateTime& now, const WriterTrust* trust) : now_(now), trust_(trust) {}
 
     void file(const QString& path) {
         FileIdentity identity;
         QString error;
         const std::optional<QByteArray> bytes =
-            readRegularFile(path, kMaxRecordBytes, &identity, &error);
+            readRegularFile(path, kMaxRecordBytes, &identity, &error, trust_);
         if (!bytes) {
             problem(path, error);
             return;
@@ -73,14 +73,15 @@ class Loader {
 
   private:
     QDateTime now_;
+    const WriterTrust* trust_;
     RecordLoad load_;
     std::set<FileIdentity> seen_;
 };
 
 }  // namespace
 
-RecordLoad loadRecords(const QStringList& paths, const QDateTime& now) {
-    Loader loader(now);
+RecordLoad loadRecords(const QStringList& paths, const QDateTime& now, const WriterTrust* trust) {
+    Loader loader(now, trust);
     for (const QString& path : paths) {
         // A folder named by the caller may be reached through a link; nothing below it is.
         const QFileInfo info(path);

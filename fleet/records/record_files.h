@@ -9,6 +9,8 @@
 
 #include "record.h"
 
+struct WriterTrust;
+
 // Real records are about 1 KB; anything larger is not one.
 constexpr qint64 kMaxRecordBytes = 1 << 20;
 
@@ -22,10 +24,12 @@ struct RecordLoad {
 };
 
 // Reads the named files, and every *.json file below the named folders. Only regular files are
-// read, never through a symbolic link; links, other files named *.json, unreadable folders and
+// read, never through a symbolic link, and with trust only those no one but its writers could
+// write (writer_trust.h); links, other files named *.json, unreadable folders, untrusted files and
 // invalid records are named in problems.
 RecordLoad loadRecords(const QStringList& paths,
-                       const QDateTime& now = QDateTime::currentDateTimeUtc());
+                       const QDateTime& now = QDateTime::currentDateTimeUtc(),
+                       const WriterTrust* trust = nullptr);
 
 // The record files of one host, without opening any other: those in its folder
 // "<records>/<host>" and those of the old flat layout "<records>/<host>-<test>-<time>.json".

@@ -2,16 +2,20 @@
 // output, crash, print nothing or cannot start, and once with the real corebench.
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <QCryptographicHash>
 #include <QDir>
+#include <QDirIterator>
 #include <QElapsedTimer>
 #include <QFileInfo>
 #include <QLocale>
 #include <QRegularExpression>
 #include <QSysInfo>
 #include <QTemporaryDir>
+#include <csignal>
+#include <cstring>
 
 #include "fleet_test_support.h"
 
@@ -135,12 +139,73 @@ TEST_F(FleetRun, UnwritableFoldersRunNothing) {
     const QString corebench = replaying("singlespeed-divider1.log", 22);
     writeFile(path("plainfile"), "x");
     QDir().mkpath(path("linked"));
-    // The host's folder planted as a link: its records would go where it points.
+    QDir().mkpath(path("elsewhere"));
+    // The host's folder or --out planted as a link: the records would go where it points.
     ASSERT_EQ(symlink(qPrintable(path("elsewhere")), qPrintable(path("linked/") + kHost)), 0);
-    for (const char* out : {"plainfile/sub", "linked"}) {
+    ASSERT_EQ(symlink(qPrintable(path("elsewhere")), qPrintable(path("out-link"))), 0);
+    for (const char* out : {"plainfile/sub", "linked", "out-link"}) {
         EXPECT_EQ(runFleet({"run", "--corebench", corebench, "--out", path(out)}).status, 6);
     }
     EXPECT_FALSE(QFile::exists(path("args"))) << "nothing is run when nothing can be kept";
+    EXPECT_TRUE(QDir(path("elsewhere")).isEmpty());
+}
+
+// --out, --prom and the host's folder are made one way: mode 0755 whatever the umask, and never
+// a link where the folder written into should be.
+TEST_F(FleetRun, MakesEveryFolderOneWay) {
+    QDir().mkpath(path("elsewhere"));
+    ASSERT_EQ(symlink(qPrintable(path("elsewhere")), qPrintable(path("prom-link"))), 0);
+    const mode_t umaskBefore = umask(077);
+    const FleetResult result =
+        runFleet({"import", "--host", "n1", "--out", path("new/records"), "--prom",
+                  path("prom-link"), kData + "/singlespeed-plain.log"});
+    umask(umaskBefore);
+    EXPECT_EQ(result.status, 6);
+    EXPECT_TRUE(result.err.contains(path("prom-link").toUtf8() + " is not a folder but a symbolic"))
+        << result.err.toStdString();
+    EXPECT_TRUE(QDir(path("elsewhere")).isEmpty());
+    for (const char* folder : {"new", "new/records", "new/records/n1"}) {
+        EXPECT_EQ(QFileInfo(path(folder)).permissions(),
+                  QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadUser |
+                      QFile::WriteUser | QFile::ExeUser | QFile::ReadGroup | QFile::ExeGroup |
+                      QFile::ReadOther | QFile::ExeOther)
+            << folder;
+    }
+}
+
+// A file that would pass the file size limit (ulimit -f) is a write that failed, as on a full
+// disk: status 6, no temporary file left, no record that was not written whole. corebench itself
+// runs with the system's default for the limit's signal.
+TEST_F(FleetRun, FileSizeLimitIsAFailedWrite) {
+    const QString log = kData + "/singlespeed-divider1.log";
+    writeFile(path("corebench"),
+              ("#!/bin/sh\nawk '/^SigIgn/ { print $2 }' /proc/$$/status > '" + path("ignored") +
+               "'\ncat '" + log + "'\n")
+                  .toUtf8(),
+              QFile::ReadOwner | QFile::ExeOwner);
+    const QString out = path("out");
+    // 100 bytes: less than any log or record.
+    const std::pair<QStringList, QString> cases[] = {
+        {{"run", "--out", out, "--corebench", path("corebench")}, "cannot write the log"},
+        {{"import", "--host", "n1", "--out", out, log},
+         ".json: " + QString::fromLocal8Bit(strerror(EFBIG))},
+    };
+    for (const auto& [arguments, message] : cases) {
+        SCOPED_TRACE(message.toStdString());
+        const FleetResult result =
+            runFleet(QStringList{"--fsize=100", fleetProgram()} + arguments, "prlimit");
+        EXPECT_EQ(result.status, 6);
+        EXPECT_TRUE(result.err.contains(message.toUtf8())) << result.err.toStdString();
+        QStringList files;
+        for (QDirIterator it(out, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+             it.hasNext();) {
+            files << it.next();
+        }
+        EXPECT_EQ(files.filter(".tmp").size(), 0) << files.join(' ').toStdString();
+        EXPECT_EQ(files.filter(".json").size(), 0) << files.join(' ').toStdString();
+    }
+    EXPECT_EQ(
+        readFile(path("ignored")).trimmed().toULongLong(nullptr, 16) & (1ULL << (SIGXFSZ - 1)), 0u);
 }
 
 TEST_F(FleetRun, ImportsExistingLogs) {

@@ -127,6 +127,7 @@ FLOOR=${1-}      # PS
 MAX_AGE=${2-}
 DRIFT=${3-}
 TEST='All'
+WRITER=slurm
 SLURM_CONF=$tmp/slurm.conf
 HOST=n1
 FLEET=corebench-fleet
@@ -158,7 +159,7 @@ IDLE+DRAIN|corebench: $r|1 drain: $r|IDLE+DRAIN|corebench: $r|stays drained (cor
 IDLE+DRAIN|corebench: old|1 drain: $r|IDLE+DRAIN|corebench: $r|drained (corebench: $r)
 IDLE+DRAIN|fan|1 drain: $r|IDLE+DRAIN|fan|would drain (corebench: $r), but it is already drained by someone else: fan
 ROWS
-[ "$(cat "$stub/check_args")" = "<check><--summary><$tmp/records/corebench-summary.json><--host><n1><--test><All><--floor><50><--max-age><8d><--drift><0.05><$tmp/records>" ] ||
+[ "$(cat "$stub/check_args")" = "<check><--summary><$tmp/records/corebench-summary.json><--host><n1><--test><All><--writer><slurm><--floor><50><--max-age><8d><--drift><0.05><$tmp/records>" ] ||
   fail "check ran as $(cat "$stub/check_args")"
 
 # Faults: whatever the check cannot judge or should not trust, it leaves the node as it is, says
@@ -182,8 +183,7 @@ done <<ROWS
 0 healthy: X|touch "$stub/scontrol_hangs"|scontrol show node slurm-n1: no answer within 5 s
 1 drain: X|chmod g+w "$conf"|settings file $conf (or its folder) can be written by others than root
 1 drain: X|chmod o+w "$stub/bin/corebench-fleet"|$stub/bin/corebench-fleet (or its folder) can be written by others than root
-1 drain: X|chmod 777 "$tmp/records"|$tmp/records can be written by everyone
-1 drain: X|echo FLOR=60 >> "$conf"|$conf:11: unknown setting FLOR
+1 drain: X|echo FLOR=60 >> "$conf"|$conf:12: unknown setting FLOR
 1 drain: X|sed -i -e '/^RECORDS=/d' -e 's/^  RECORDS = .*/RECORDS=/' "$conf"|RECORDS (the shared records folder) is not set
 1 drain: X|conf=$tmp/missing.conf|cannot read settings file $tmp/missing.conf
 1 drain: X|cp "$contrib/healthcheck.conf.example" "$tmp/example.conf"; conf=$tmp/example.conf|records folder /shared/corebench/records is not there
