@@ -37,13 +37,13 @@ std::string workerCpus(const RunConditions& conditions) {
 }  // namespace
 
 std::optional<std::vector<std::string>> disturbanceCauses(const RunConditions& conditions) {
-    if (!conditions.stealShare && !conditions.otherShareOfWorkerCpus && !conditions.waitShare &&
-        !conditions.cpuShare) {
-        return std::nullopt;
-    }
     std::vector<std::string> causes;
     if (conditions.stealShare.value_or(0) > kMaxStealShare) {
         causes.push_back("steal " + percent(*conditions.stealShare) + " of the run");
+    }
+    // A run is clean only on a figure of the benchmark's own CPUs.
+    if (!conditions.otherShareOfWorkerCpus && !conditions.waitShare && !conditions.cpuShare) {
+        return causes.empty() ? std::nullopt : std::optional(causes);
     }
     // Other work named is the whole story; the benchmark's own figures then only repeat it, and
     // stand alone where other work is unknown or does not explain them.

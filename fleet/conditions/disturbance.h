@@ -24,5 +24,6 @@ constexpr double kMaxWaitShare = 0.10;
 constexpr double kMinCpuShare = 0.75;
 
 // The causes, each a short sentence such as "other work used 0.52 of the worker's CPU" or
-// "steal 4.1% of the run"; empty for a clean run; nothing when no figure that decides is known.
+// "steal 4.1% of the run"; empty for a clean run; nothing when it is unknown: no figure of the
+// benchmark's own CPUs is known, and no steal to name.
 std::optional<std::vector<std::string>> disturbanceCauses(const RunConditions& conditions);

@@ -154,7 +154,13 @@ RunConditions runConditions(const RunSnapshots& run, int workerThreadsHint) {
     } else if (workerThreadsHint > 0) {
         conditions.workerThreads = workerThreadsHint;
     }
-    const std::vector<int> allowed = run.during ? run.during->allowedCpus : std::vector<int>{};
+    // An affinity may name CPUs that are not online (the possible ones); they run nothing.
+    std::vector<int> allowed;
+    for (const int cpu : run.during ? run.during->allowedCpus : std::vector<int>{}) {
+        if (run.after.perCpu.empty() || findCpu(run.after, cpu) != nullptr) {
+            allowed.push_back(cpu);
+        }
+    }
     if (!allowed.empty()) {
         conditions.allowedCpus = static_cast<int>(allowed.size());
     }

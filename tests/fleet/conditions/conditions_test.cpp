@@ -23,6 +23,7 @@ struct Scene {
     double stealS = 0;                                                        // on CPU 1
     bool perCpu = true;         // Linux; Windows has the machine's sum only, no steal
     bool childrenTimes = true;  // Linux's reaper figure; Windows reads the process instead
+    bool sampled = true;        // the process was read while it ran
 };
 
 // The snapshots of such a run: counters from boot before it, grown by the run's figures.
@@ -68,7 +69,9 @@ RunSnapshots snapshotsOf(const Scene& run) {
                                          run.tasks[i].first, run.tasks[i].second});
     }
     during.allowedCpus = run.allowed;
-    snapshots.during = during;
+    if (run.sampled) {
+        snapshots.during = during;
+    }
     return snapshots;
 }
 
@@ -97,6 +100,14 @@ TEST(RunConditions, FiguresAndVerdicts) {
          changed(Scene{},
                  [](Scene& r) {
                      r.busyS = {0.1, 5}, r.processCpuS = 2.4, r.tasks = {{0.03, 0.02}, {2.35, 2.3}};
+                 }),
+         0, 1, 0.52, std::vector<std::string>{"other work used 0.52 of the worker's CPU"}},
+        // CPUs 2 and 3 are possible but not online.
+        {"busy loop on the worker's CPU, affinity beyond the online CPUs",
+         changed(Scene{},
+                 [](Scene& r) {
+                     r.busyS = {0.1, 5}, r.processCpuS = 2.4, r.tasks = {{0.03, 0.02}, {2.35, 2.3}},
+                     r.allowed = {1, 2, 3};
                  }),
          0, 1, 0.52, std::vector<std::string>{"other work used 0.52 of the worker's CPU"}},
         {"busy loop on the other CPU",
@@ -177,6 +188,15 @@ TEST(RunConditions, FiguresAndVerdicts) {
                  }),
          1, 1, 0.34, std::vector<std::string>{"other work used 0.34 of the worker's CPU"}},
         {"Windows, workers unknown", windows, 0, std::nullopt, std::nullopt, std::nullopt},
+        // Ended before it was read: no steal says nothing of its CPUs.
+        {"never read", changed(Scene{}, [](Scene& r) { r.sampled = false; }), 0, std::nullopt,
+         std::nullopt, std::nullopt},
+        {"never read, steal",
+         changed(Scene{},
+                 [](Scene& r) {
+                     r.sampled = false, r.stealS = 0.3, r.busyS = {0.1, 4.4};
+                 }),
+         0, std::nullopt, std::nullopt, std::vector<std::string>{"steal 3.0% of the run"}},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
