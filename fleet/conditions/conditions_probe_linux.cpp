@@ -1,0 +1,132 @@
+// The Linux figures: /proc/stat, /proc/loadavg and the reading process's own /proc/self/stat for
+// the machine; /proc/<pid>/stat, its threads' stat and schedstat and its status for the process.
+
+#include "conditions_probe_linux.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+
+#include "proc_parse.h"
+
+namespace {
+
+bool readFile(const std::string& path, std::string* text) {
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        return false;
+    }
+    text->clear();
+    char buffer[4096];
+    ssize_t n;
+    while ((n = read(fd, buffer, sizeof(buffer))) != 0) {
+        if (n > 0) {
+            text->append(buffer, static_cast<size_t>(n));
+        } else if (errno != EINTR) {
+            break;
+        }
+    }
+    close(fd);
+    return n == 0;
+}
+
+// The thread ids in a task folder, in order.
+std::vector<int64_t> taskIds(const std::string& folder) {
+    std::vector<int64_t> ids;
+    DIR* dir = opendir(folder.c_str());
+    if (dir == nullptr) {
+        return ids;
+    }
+    while (const dirent* entry = readdir(dir)) {
+        const char* name = entry->d_name;
+        const char* end = name + strlen(name);
+        int64_t id = 0;
+        const auto [next, error] = std::from_chars(name, end, id);
+        if (error == std::errc() && next == end && id > 0) {
+            ids.push_back(id);
+        }
+    }
+    closedir(dir);
+    std::sort(ids.begin(), ids.end());
+    return ids;
+}
+
+}  // namespace
+
+LinuxConditionsProbe::LinuxConditionsProbe(int64_t pid, std::string root, double ticksPerSecond)
+    : pid_(pid), root_(std::move(root)), ticksPerSecond_(ticksPerSecond) {
+    while (!root_.empty() && root_.back() == '/') {
+        root_.pop_back();
+    }
+    if (!(ticksPerSecond_ > 0)) {
+        const long ticks = sysconf(_SC_CLK_TCK);
+        ticksPerSecond_ = ticks > 0 ? static_cast<double>(ticks) : 100;
+    }
+}
+
+std::string LinuxConditionsProbe::path(const std::string& file) const {
+    return root_ + file;
+}
+
+MachineSnapshot LinuxConditionsProbe::machine() const {
+    MachineSnapshot machine;
+    std::string text;
+    if (!readFile(path("/proc/stat"), &text) || !parseProcStat(text, ticksPerSecond_, &machine)) {
+        machine = MachineSnapshot{};
+    }
+    if (readFile(path("/proc/loadavg"), &text)) {
+        machine.load1 = parseLoadAverage(text);
+    }
+    std::optional<PidStat> self;
+    if (readFile(path("/proc/self/stat"), &text) && (self = parsePidStat(text, ticksPerSecond_))) {
+        machine.endedChildrenCpuS = self->endedChildrenCpuS;
+    }
+    return machine;
+}
+
+std::optional<ProcessSnapshot> LinuxConditionsProbe::process() {
+    const std::string folder = path("/proc/" + std::to_string(pid_));
+    ProcessSnapshot process;
+    std::string text;
+    std::optional<PidStat> stat;
+    if (!readFile(folder + "/stat", &text) || !(stat = parsePidStat(text, ticksPerSecond_)) ||
+        stat->state == 'Z' || (startTicks_ && *startTicks_ != stat->startTicks)) {
+        return std::nullopt;
+    }
+    startTicks_ = stat->startTicks;
+    process.cpuS = stat->cpuS;
+    for (const int64_t id : taskIds(folder + "/task")) {
+        // schedstat first: when it cannot be read and stat then can, the thread still runs and
+        // the kernel keeps no scheduler figures; when neither, the thread has ended.
+        const std::string task = folder + "/task/" + std::to_string(id);
+        std::optional<std::pair<double, double>> schedstat;
+        if (readFile(task + "/schedstat", &text)) {
+            schedstat = parseSchedstat(text);
+        }
+        std::optional<PidStat> taskStat;
+        if (!readFile(task + "/stat", &text) || !(taskStat = parsePidStat(text, ticksPerSecond_))) {
+            continue;
+        }
+        TaskTimes times;
+        times.id = id;
+        times.cpuS = taskStat->cpuS;
+        if (schedstat) {
+            times.runS = schedstat->first;
+            times.waitS = schedstat->second;
+        }
+        process.tasks.push_back(times);
+    }
+    if (readFile(folder + "/status", &text)) {
+        process.allowedCpus = parseAllowedCpus(text);
+    }
+    return process;
+}
+
+std::unique_ptr<ConditionsProbe> systemConditionsProbe(int64_t pid) {
+    return std::make_unique<LinuxConditionsProbe>(pid);
+}
