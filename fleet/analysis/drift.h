@@ -1,10 +1,10 @@
 #pragma once
 
 // Drift of one host's scores in one test over time: the runs cut into segments of one
-// configuration (CPU model, logical CPU count, corebench build), and in each segment the change
-// points where the score moved to a new level and stayed there. A new configuration starts a new
-// segment and is never a drift. Pure functions: they never throw, and every number they return
-// is finite.
+// configuration (CPU model, logical CPU count, corebench build), in each segment the change points
+// where the score moved to a new level and stayed there, and whether the latest of them is still
+// the host's state (its current drift). A new configuration starts a new segment and is never a
+// drift. Pure functions: they never throw, and every number they return is finite.
 
 #include <QDateTime>
 #include <QString>
@@ -52,12 +52,23 @@ struct DriftSegment {
     std::optional<int> logicalCpus;
     std::optional<QString> corebenchSha256;  // the last one known in the segment
     std::vector<ChangePoint> changePoints;   // oldest first; index and at within the segment
+    std::optional<ChangePoint> current;      // the latest change point while it is current
 };
 
 // The change points of one series of scores in time order, oldest first; none when a score is not
 // a finite positive number.
 std::vector<ChangePoint> findChangePoints(const std::vector<double>& scores,
                                           const DriftOptions& options = {});
+
+// The latest of changes (found in scores) while it is still the state of the series: its first run
+// is among the newest `window` runs (an older change is history, not a current drift), and of the
+// runs since it, split into an older and a newer half (the newer one takes an odd run), the newer
+// half's median still differs from the median before by minChange or more in the change's
+// direction and lies nearer the older half's median than the median before (a dip the series came
+// back from is over).
+std::optional<ChangePoint> currentChange(const std::vector<double>& scores,
+                                         const std::vector<ChangePoint>& changes,
+                                         const DriftOptions& options = {});
 
 // A record as a run of its host's series (a record without a score gets 0, which orderedRuns
 // leaves out).
@@ -74,10 +85,10 @@ std::vector<DriftRun> orderedRuns(std::vector<DriftRun> runs);
 // neither joins nor hides the change).
 std::vector<DriftSegment> configurationSegments(const std::vector<DriftRun>& ordered);
 
-// The segments of orderedRuns(runs), each with its change points.
+// The segments of orderedRuns(runs), each with its change points and its current one.
 std::vector<DriftSegment> driftSegments(std::vector<DriftRun> runs,
                                         const DriftOptions& options = {});
 
-// The latest change point of the newest segment: whether the host drifted since its current
-// configuration began, and how.
-std::optional<ChangePoint> latestDrift(const std::vector<DriftSegment>& segments);
+// The current change point of the newest segment: whether the host drifted since its current
+// configuration began and is still off, and how.
+std::optional<ChangePoint> currentDrift(const std::vector<DriftSegment>& segments);

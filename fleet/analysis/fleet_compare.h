@@ -42,7 +42,7 @@ struct CompareRow {
     std::optional<int> logicalCpus;
     std::optional<QString> cpuModel;
     QString file;
-    std::optional<ChangePoint> drift;  // the latest of the host's current segment, if any
+    std::optional<ChangePoint> drift;  // the current drift of the host's newest segment, if any
 };
 
 // Like machines: CPU model (empty when unknown), logical CPU count (-1 when unknown) and test.

@@ -65,7 +65,7 @@ std::optional<Newest> newestOf(const FleetSummary& summary,
     return Newest{own->record.startedAt, own->record.psResult, row.reasons};
 }
 
-// The latest change point of the current segment of the node's own runs of the test.
+// The current drift of the newest segment of the node's own runs of the test.
 std::optional<ChangePoint> ownDrift(const std::vector<LoadedRecord>& ownRecords,
                                     const CheckRequest& request) {
     std::vector<LoadedRecord> mine;
@@ -76,7 +76,7 @@ std::optional<ChangePoint> ownDrift(const std::vector<LoadedRecord>& ownRecords,
         }
     }
     const std::map<HistoryKey, HostHistory> histories = hostHistories(mine);
-    return histories.empty() ? std::nullopt : latestDrift(histories.begin()->second.segments);
+    return histories.empty() ? std::nullopt : currentDrift(histories.begin()->second.segments);
 }
 
 }  // namespace

@@ -20,7 +20,7 @@ struct CheckRequest {
     QString records;                // the records folder as given, for the reason
     QDateTime now;
     // Drain when the node's own runs of the test dropped by at least this fraction since its
-    // configuration last changed (the latest change point of its current segment); off when unset.
+    // configuration last changed (the current drift of its newest segment); off when unset.
     std::optional<double> driftFraction;
     QString recordsCanonical;  // the records folder's canonical path, which the summary must name
 };

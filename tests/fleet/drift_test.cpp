@@ -75,6 +75,58 @@ TEST(Drift, ChangePointsOfSeries) {
     EXPECT_DOUBLE_EQ(step.pValue, 0);
 }
 
+// The latest change point is current drift only while it is recent and the newest runs still
+// show it. Before it, 25 runs around 400 (spread 1 %); the runs after it are written out.
+TEST(Drift, CurrentChangeOfSeries) {
+    auto after = [](std::vector<double> tail) {
+        std::vector<double> scores;
+        for (int i = 0; i < 25; ++i) {
+            scores.push_back(400 * (1 + 0.01 * ((i * 3) % 5 - 2) / 2));
+        }
+        scores.insert(scores.end(), tail.begin(), tail.end());
+        return scores;
+    };
+    auto level = [&](int runs, double score) {
+        std::vector<double> tail;
+        for (int i = 0; i < runs; ++i) {
+            tail.push_back(score * (1 + 0.01 * ((i * 2) % 5 - 2) / 2));
+        }
+        return after(tail);
+    };
+    const std::vector<double> dip = {363, 367, 362, 356};
+    auto dipThen = [&](std::vector<double> since) {
+        std::vector<double> tail = dip;
+        tail.insert(tail.end(), since.begin(), since.end());
+        return after(tail);
+    };
+    const struct {
+        const char* name;
+        std::vector<double> scores;
+        int changes;  // change points found
+        int current;  // index of the current one, -1 for none
+    } cases[] = {
+        {"drop, 3 runs after", level(3, 360), 1, 25},
+        {"drop, 50 runs after: still in the newest window", level(50, 360), 1, 25},
+        {"drop, 51 runs after: history", level(51, 360), 1, -1},
+        {"3 % drop, the newer half back within 2 %",
+         after({387, 388, 386, 387, 387, 393, 394, 393, 392, 393}), 1, -1},
+        {"dip, back since", dipThen({399, 368, 403, 399, 394, 402}), 1, -1},
+        {"dip, most of the way back", dipThen({389, 368, 391, 389, 384, 392}), 1, -1},
+        {"dip, the way back found", dipThen({389, 375, 391, 389, 384, 388}), 2, 29},
+        {"dip, still low", dipThen({369, 358, 363, 361, 364, 362}), 1, 25},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const std::vector<ChangePoint> found = findChangePoints(c.scores);
+        ASSERT_EQ(found.size(), static_cast<size_t>(c.changes));
+        EXPECT_EQ(found[0].index, 25);
+        EXPECT_EQ(found[0].direction, DriftDirection::Down);
+        const std::optional<ChangePoint> current = currentChange(c.scores, found);
+        EXPECT_EQ(current ? current->index : -1, c.current);
+    }
+    EXPECT_FALSE(currentChange({}, {}));
+}
+
 TEST(Drift, SegmentsEndWhereTheConfigurationChanges) {
     const struct {
         const char* name;
@@ -109,7 +161,7 @@ TEST(Drift, SegmentsEndWhereTheConfigurationChanges) {
         const DriftSegment& last = segments.back();
         EXPECT_EQ(last.firstRun + last.runs, 34);
         EXPECT_EQ(last.lastStartedAt, runs[0].startedAt);
-        const std::optional<ChangePoint> latest = latestDrift(segments);
+        const std::optional<ChangePoint> latest = currentDrift(segments);
         if (c.segments == 2) {
             EXPECT_EQ(last.firstRun, 30);
             EXPECT_EQ(segments[0].corebenchSha256, QString("aa"));
@@ -121,7 +173,7 @@ TEST(Drift, SegmentsEndWhereTheConfigurationChanges) {
             EXPECT_EQ(latest->direction, DriftDirection::Down);
         }
     }
-    EXPECT_FALSE(latestDrift(driftSegments({})));
+    EXPECT_FALSE(currentDrift(driftSegments({})));
 }
 
 }  // namespace
