@@ -17,10 +17,10 @@
 //    side is split again the same way until a split fails.
 // 2. Pruning. Every candidate is tested against its neighbours: the runs back to the previous
 //    candidate and up to the next one (each side at most half a window, the runs nearest the
-//    candidate), with all the thresholds: p <= maxPValue, a change of the medians of at least
-//    minChange, at least minRuns runs on each side. While any candidate fails, the weakest one
-//    (the highest p-value) is dropped and its neighbours are tested again over the longer stretch
-//    it leaves them. This also merges the candidates that overlapping windows found.
+//    candidate), with all the thresholds: p <= maxPValue, a change of the level (the ratio) of at
+//    least minChange, at least minRuns runs on each side. While any candidate fails, the weakest
+//    one (the highest p-value) is dropped and its neighbours are tested again over the longer
+//    stretch it leaves them. This also merges the candidates that overlapping windows found.
 //
 // The windows keep the cost at O(n * window) per series and keep an old, long series from
 // smoothing over a recent change; a change with fewer than minRuns runs after it is a candidate at
@@ -180,9 +180,12 @@ ChangePoint measure(const std::vector<double>& x, int from, int at, int to, int 
     if (change.runsBefore < 1 || change.runsAfter < 1) {
         return change;
     }
-    change.medianBefore = medianOf(&x[begin], change.runsBefore);
-    change.medianAfter = medianOf(&x[at], change.runsAfter);
-    change.ratio = change.medianAfter / change.medianBefore;  // scores are positive
+    const std::vector<double> before(&x[begin], &x[at]);
+    const std::vector<double> after(&x[at], &x[end]);
+    change.medianBefore = median(before);
+    change.medianAfter = median(after);
+    // Scores are positive; a level cannot fall below 0.
+    change.ratio = std::max(0.0, 1 + medianPairwiseDifference(before, after) / change.medianBefore);
     change.pValue = tTestPValue(&x[begin], change.runsBefore, &x[at], change.runsAfter);
     change.direction = change.ratio < 1 ? DriftDirection::Down : DriftDirection::Up;
     return change;

@@ -25,7 +25,7 @@ struct DriftRun {
 struct DriftOptions {
     int window = 50;           // runs the change point search looks at together
     double maxPValue = 0.001;  // Student's t-test between the runs before and after
-    double minChange = 0.02;   // |median after / median before - 1| at least this
+    double minChange = 0.02;   // |ratio - 1| at least this
     int minRuns = 3;           // runs at least on each side, so a change counts after 3 runs
 };
 
@@ -38,7 +38,9 @@ struct ChangePoint {
     int runsAfter = 0;   // change points or the segment's ends, at most half a window each
     double medianBefore = 0;
     double medianAfter = 0;
-    double ratio = 1;  // medianAfter / medianBefore
+    // The level after over the level before: 1 + medianPairwiseDifference(before, after) /
+    // medianBefore. Steadier than medianAfter / medianBefore, which it is close to.
+    double ratio = 1;
     double pValue = 1;
     DriftDirection direction = DriftDirection::Down;
 };

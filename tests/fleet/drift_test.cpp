@@ -62,7 +62,6 @@ TEST(Drift, ChangePointsOfSeries) {
             EXPECT_EQ(found[k].direction, c.changes[k].direction);
             EXPECT_LE(found[k].pValue, 0.001);
             EXPECT_GE(found[k].runsAfter, 3);
-            EXPECT_NEAR(found[k].ratio, found[k].medianAfter / found[k].medianBefore, 1e-12);
             EXPECT_GE(std::fabs(found[k].ratio - 1), 0.02);
         }
     }
@@ -72,6 +71,7 @@ TEST(Drift, ChangePointsOfSeries) {
     EXPECT_EQ(step.runsAfter, 5);
     EXPECT_DOUBLE_EQ(step.medianBefore, 100);
     EXPECT_DOUBLE_EQ(step.medianAfter, 90);
+    EXPECT_DOUBLE_EQ(step.ratio, 0.9);
     EXPECT_DOUBLE_EQ(step.pValue, 0);
 }
 

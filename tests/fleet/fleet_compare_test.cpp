@@ -250,7 +250,7 @@ TEST(NodeVerdict, DrainsOnOwnDriftOnlyWhenAsked) {
     const std::pair<std::optional<double>, const char*> table[] = {
         {{}, "healthy: ALL 97.300 PS"},
         {0.05, "healthy: ALL 97.300 PS"},
-        {0.03, "drain: drift: -3.3% since 2026-11-03 (p < 0.0001)"},
+        {0.025, "drain: drift: -3.0% since 2026-11-03 (p < 0.0001)"},
     };
     for (const auto& [drift, line] : table) {
         CheckRequest request{"n1", "ALL", {}, {}, "", "/records", {}, drift, "/records"};
