@@ -51,6 +51,10 @@ using QuietPolicy = policies::policy<policies::domain_error<policies::ignore_err
 // run of the old level counted after it).
 constexpr int kMinSplitSide = 2;
 
+int windowOf(const DriftOptions& options) {
+    return std::max(options.window, 2 * kMinSplitSide);
+}
+
 double medianOf(const double* first, int count) {
     return median(std::vector<double>(first, first + count));
 }
@@ -168,27 +172,34 @@ void collectCandidates(const std::vector<double>& x, int lo, int hi, double maxP
     collectCandidates(x, split, hi, maxPValue, out);
 }
 
-// The change at x[at] against the runs from `from` up to `to` (the neighbouring candidates or the
-// series' ends), each side at most `side` runs, those nearest the change.
-ChangePoint measure(const std::vector<double>& x, int from, int at, int to, int side) {
+// The change from the runs x[begin, at) to the runs x[from, end), from >= at: the change point's
+// index is at, the first run of the change.
+ChangePoint measureSides(const std::vector<double>& x, int begin, int at, int from, int end) {
     ChangePoint change;
     change.index = at;
-    const int begin = std::max(from, at - side);
-    const int end = std::min(to, at + side);
     change.runsBefore = at - begin;
-    change.runsAfter = end - at;
+    change.runsAfter = end - from;
     if (change.runsBefore < 1 || change.runsAfter < 1) {
         return change;
     }
     const std::vector<double> before(&x[begin], &x[at]);
-    const std::vector<double> after(&x[at], &x[end]);
+    const std::vector<double> after(&x[from], &x[end]);
     change.medianBefore = median(before);
     change.medianAfter = median(after);
+    std::vector<double> sorted = after;
+    std::sort(sorted.begin(), sorted.end());
+    change.upperQuartileAfter = sorted[(3 * sorted.size() + 3) / 4 - 1];
     // Scores are positive; a level cannot fall below 0.
     change.ratio = std::max(0.0, 1 + medianPairwiseDifference(before, after) / change.medianBefore);
-    change.pValue = tTestPValue(&x[begin], change.runsBefore, &x[at], change.runsAfter);
+    change.pValue = tTestPValue(&x[begin], change.runsBefore, &x[from], change.runsAfter);
     change.direction = change.ratio < 1 ? DriftDirection::Down : DriftDirection::Up;
     return change;
+}
+
+// The change at x[at] against the runs from `from` up to `to` (the neighbouring candidates or the
+// series' ends), each side at most `side` runs, those nearest the change.
+ChangePoint measure(const std::vector<double>& x, int from, int at, int to, int side) {
+    return measureSides(x, std::max(from, at - side), at, at, std::min(to, at + side));
 }
 
 bool isSignificant(const ChangePoint& change, const DriftOptions& options) {
@@ -204,7 +215,7 @@ std::vector<ChangePoint> findChangePoints(const std::vector<double>& scores,
         return {};
     }
     const int n = static_cast<int>(scores.size());
-    const int window = std::max(options.window, 2 * kMinSplitSide);
+    const int window = windowOf(options);
     std::vector<int> candidates;
     for (int start = 0;; start += window / 2) {
         const int end = std::min(start + window, n);
@@ -303,28 +314,45 @@ std::vector<DriftSegment> driftSegments(std::vector<DriftRun> runs, const DriftO
 std::optional<ChangePoint> currentChange(const std::vector<double>& scores,
                                          const std::vector<ChangePoint>& changes,
                                          const DriftOptions& options) {
-    if (changes.empty()) {
+    const int n = static_cast<int>(scores.size());
+    auto recent = changes.begin();
+    while (recent != changes.end() && n - recent->index > options.window) {
+        ++recent;
+    }
+    if (recent == changes.end()) {
         return std::nullopt;
     }
-    const ChangePoint& latest = changes.back();
-    const int after = static_cast<int>(scores.size()) - latest.index;
-    if (after > options.window) {
+    const int side = windowOf(options) / 2;
+    const int latest = changes.back().index;
+    const int from = recent == changes.begin() ? 0 : std::prev(recent)->index;
+    ChangePoint drift = measureSides(scores, std::max(from, recent->index - side), recent->index,
+                                     latest, std::min(n, latest + side));
+    drift.at = recent->at;
+    if (!isSignificant(drift, options)) {
         return std::nullopt;
     }
-    if (after < 2) {
-        return latest;
-    }
+    const int after = n - latest;
     const int older = after / 2;
-    const double early = medianOf(&scores[latest.index], older);
-    const double now = medianOf(&scores[latest.index + older], after - older);
-    const double before = latest.medianBefore;
-    const bool stillOff = latest.direction == DriftDirection::Down
-                              ? now <= before * (1 - options.minChange)
-                              : now >= before * (1 + options.minChange);
-    if (!stillOff || !(std::fabs(now - early) < std::fabs(now - before))) {
-        return std::nullopt;
+    if (older > 0) {
+        const double early = medianOf(&scores[latest], older);
+        const double now = medianOf(&scores[latest + older], after - older);
+        const double before = drift.medianBefore;
+        const bool stillOff = drift.direction == DriftDirection::Down
+                                  ? now <= before * (1 - options.minChange)
+                                  : now >= before * (1 + options.minChange);
+        if (!stillOff || !(std::fabs(now - early) < std::fabs(now - before))) {
+            return std::nullopt;
+        }
     }
-    return latest;
+    return drift;
+}
+
+bool drainsOnDrift(const ChangePoint& drift, double fraction) {
+    // A tiny allowance, so that a setting and a change of the same decimal value meet in binary.
+    constexpr double kAllowance = 1e-9;
+    return drift.direction == DriftDirection::Down && drift.runsAfter >= kDrainMinRuns &&
+           drift.ratio <= 1 - kDrainShare * fraction + kAllowance &&
+           drift.upperQuartileAfter <= drift.medianBefore * (1 - fraction / 2) + kAllowance;
 }
 
 std::optional<ChangePoint> currentDrift(const std::vector<DriftSegment>& segments) {

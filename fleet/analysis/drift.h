@@ -41,6 +41,9 @@ struct ChangePoint {
     // The level after over the level before: 1 + medianPairwiseDifference(before, after) /
     // medianBefore. Steadier than medianAfter / medianBefore, which it is close to.
     double ratio = 1;
+    // The score that three quarters of the runs after it reach or stay below: the ceil(3k/4)-th
+    // lowest of the k runs after it.
+    double upperQuartileAfter = 0;
     double pValue = 1;
     DriftDirection direction = DriftDirection::Down;
 };
@@ -54,7 +57,7 @@ struct DriftSegment {
     std::optional<int> logicalCpus;
     std::optional<QString> corebenchSha256;  // the last one known in the segment
     std::vector<ChangePoint> changePoints;   // oldest first; index and at within the segment
-    std::optional<ChangePoint> current;      // the latest change point while it is current
+    std::optional<ChangePoint> current;      // its current drift (currentChange)
 };
 
 // The change points of one series of scores in time order, oldest first; none when a score is not
@@ -62,15 +65,27 @@ struct DriftSegment {
 std::vector<ChangePoint> findChangePoints(const std::vector<double>& scores,
                                           const DriftOptions& options = {});
 
-// The latest of changes (found in scores) while it is still the state of the series: its first run
-// is among the newest `window` runs (an older change is history, not a current drift), and of the
-// runs since it, split into an older and a newer half (the newer one takes an odd run), the newer
-// half's median still differs from the median before by minChange or more in the change's
-// direction and lies nearer the older half's median than the median before (a dip the series came
-// back from is over).
+// The drift of the series now, from the changes found in it: the change from the level before the
+// first change point among the newest `window` runs to the level since the latest one (an older
+// change is history, not a current drift; a drop found in two steps, or a dip and the way back,
+// count as their sum), indexed at that first change point. It must pass the tests of a change
+// point, and of the runs since the latest change, split into an older and a newer half (the newer
+// one takes an odd run), the newer half's median must still differ from the median before by
+// minChange or more in the drift's direction and lie nearer the older half's median than the
+// median before (a dip the series came back from is over).
 std::optional<ChangePoint> currentChange(const std::vector<double>& scores,
                                          const std::vector<ChangePoint>& changes,
                                          const DriftOptions& options = {});
+
+// The health check's DRIFT setting (check --drift FRACTION) drains a node whose current drift is a
+// drop of at least kDrainShare * fraction (the ratio at most 1 - kDrainShare * fraction), with at
+// least kDrainMinRuns runs after it of which three quarters each scored at least fraction / 2
+// below the median before it. So DRIFT=X drains a node that lost X although the ratio it measures
+// varies by run-to-run noise, spares one that lost 0.6 X, and is not drained by a few runs slowed
+// by other work (scripts/bench-drift measures all three).
+constexpr double kDrainShare = 0.8;
+constexpr int kDrainMinRuns = 5;
+bool drainsOnDrift(const ChangePoint& drift, double fraction);
 
 // A record as a run of its host's series (a record without a score gets 0, which orderedRuns
 // leaves out).

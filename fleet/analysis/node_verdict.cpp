@@ -124,10 +124,8 @@ NodeVerdict decideNode(const FleetSummary& summary, const std::vector<LoadedReco
         }
     }
     if (request.driftFraction) {
-        // A tiny allowance, so that a drop of exactly the setting (1 - 0.95 in binary) counts.
         const std::optional<ChangePoint> drift = ownDrift(ownRecords, request);
-        if (drift && drift->direction == DriftDirection::Down &&
-            1 - drift->ratio >= *request.driftFraction - 1e-9) {
+        if (drift && drainsOnDrift(*drift, *request.driftFraction)) {
             reasons << driftReason(*drift);
         }
     }

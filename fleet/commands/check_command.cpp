@@ -46,8 +46,9 @@ int checkCommand(const QStringList& arguments) {
          QStringLiteral("Drain when the newest record is older (3600, 90m, 36h, 8d), or missing."),
          QStringLiteral("AGE")},
         {QStringLiteral("drift"),
-         QStringLiteral("Drain when the node's own scores dropped by at least this fraction since "
-                        "its configuration last changed (0.05 is 5 %)."),
+         QStringLiteral("Drain when the node's own scores dropped by this fraction since its "
+                        "configuration last changed (0.06 is 6 %): a drop measured at 0.8 of it "
+                        "or more, in 5 runs or more, three quarters of them half of it low."),
          QStringLiteral("FRACTION")},
         {QStringLiteral("writer"),
          QStringLiteral("The user besides root who writes the records and the summary (default: "

@@ -75,8 +75,9 @@ TEST(Drift, ChangePointsOfSeries) {
     EXPECT_DOUBLE_EQ(step.pValue, 0);
 }
 
-// The latest change point is current drift only while it is recent and the newest runs still
-// show it. Before it, 25 runs around 400 (spread 1 %); the runs after it are written out.
+// The changes of the newest window, from the level before the first to the level since the
+// latest, are the current drift while the newest runs still show them. Before it, 25 runs around
+// 400 (spread 1 %); the runs after it are written out.
 TEST(Drift, CurrentChangeOfSeries) {
     auto after = [](std::vector<double> tail) {
         std::vector<double> scores;
@@ -102,18 +103,23 @@ TEST(Drift, CurrentChangeOfSeries) {
     const struct {
         const char* name;
         std::vector<double> scores;
-        int changes;  // change points found
-        int current;  // index of the current one, -1 for none
+        int changes;   // change points found
+        int current;   // index of the current one, -1 for none
+        double ratio;  // its ratio
     } cases[] = {
-        {"drop, 3 runs after", level(3, 360), 1, 25},
-        {"drop, 50 runs after: still in the newest window", level(50, 360), 1, 25},
-        {"drop, 51 runs after: history", level(51, 360), 1, -1},
+        {"drop, 3 runs after", level(3, 360), 1, 25, 0.9},
+        {"drop, 50 runs after: still in the newest window", level(50, 360), 1, 25, 0.9},
+        {"drop, 51 runs after: history", level(51, 360), 1, -1, 0},
         {"3 % drop, the newer half back within 2 %",
-         after({387, 388, 386, 387, 387, 393, 394, 393, 392, 393}), 1, -1},
-        {"dip, back since", dipThen({399, 368, 403, 399, 394, 402}), 1, -1},
-        {"dip, most of the way back", dipThen({389, 368, 391, 389, 384, 392}), 1, -1},
-        {"dip, the way back found", dipThen({389, 375, 391, 389, 384, 388}), 2, 29},
-        {"dip, still low", dipThen({369, 358, 363, 361, 364, 362}), 1, 25},
+         after({387, 388, 386, 387, 387, 393, 394, 393, 392, 393}), 1, -1, 0},
+        {"dip, back since", dipThen({399, 368, 403, 399, 394, 402}), 1, -1, 0},
+        {"dip, most of the way back", dipThen({389, 368, 391, 389, 384, 392}), 1, -1, 0},
+        {"dip, the way back found", dipThen({400, 404, 398, 401, 399, 402}), 2, -1, 0},
+        {"dip, part of the way back found: the rest", dipThen({389, 375, 391, 389, 384, 388}), 2,
+         25, 0.9675},
+        {"dip, still low", dipThen({369, 358, 363, 361, 364, 362}), 1, 25, 0.9063},
+        {"drop in two steps", after({280, 282, 279, 281, 280, 268, 270, 267, 269, 268}), 2, 25,
+         0.67},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -123,8 +129,42 @@ TEST(Drift, CurrentChangeOfSeries) {
         EXPECT_EQ(found[0].direction, DriftDirection::Down);
         const std::optional<ChangePoint> current = currentChange(c.scores, found);
         EXPECT_EQ(current ? current->index : -1, c.current);
+        if (current) {
+            EXPECT_NEAR(current->ratio, c.ratio, 0.00005);
+        }
     }
     EXPECT_FALSE(currentChange({}, {}));
+}
+
+// DRIFT=X drains on a drop of 0.8 X, seen in 5 runs after it, three quarters of them X / 2 low.
+TEST(Drift, DrainsOnDriftAtItsBounds) {
+    ChangePoint drop;
+    drop.direction = DriftDirection::Down;
+    drop.runsAfter = 5;
+    drop.medianBefore = 100;
+    drop.ratio = 0.92;
+    drop.upperQuartileAfter = 95;
+    const struct {
+        const char* name;
+        void (*change)(ChangePoint&);
+        double fraction;
+        bool drains;
+    } cases[] = {
+        {"at every bound", [](ChangePoint&) {}, 0.1, true},
+        {"a smaller setting", [](ChangePoint&) {}, 0.05, true},
+        {"a drop just short of 0.8 X", [](ChangePoint& c) { c.ratio = 0.9201; }, 0.1, false},
+        {"4 runs after", [](ChangePoint& c) { c.runsAfter = 4; }, 0.1, false},
+        {"a quarter of the runs and one more above X / 2",
+         [](ChangePoint& c) { c.upperQuartileAfter = 95.01; }, 0.1, false},
+        {"a rise", [](ChangePoint& c) { c.direction = DriftDirection::Up; }, 0.1, false},
+        {"0.05 in binary", [](ChangePoint& c) { c.ratio = 0.96, c.upperQuartileAfter = 97.5; },
+         0.05, true},
+    };
+    for (const auto& c : cases) {
+        ChangePoint drift = drop;
+        c.change(drift);
+        EXPECT_EQ(drainsOnDrift(drift, c.fraction), c.drains) << c.name;
+    }
 }
 
 TEST(Drift, SegmentsEndWhereTheConfigurationChanges) {

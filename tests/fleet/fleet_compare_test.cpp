@@ -236,26 +236,32 @@ TEST(NodeVerdict, DecidesFromTheSummaryAndNewerOwnRecords) {
 }
 
 // With a drift setting, a drop in the node's own runs drains it, however it compares with its
-// group.
+// group: 3 % (its ratio 0.9701) drains at a setting of 0.037 (0.8 of it 2.96 %), not 0.038.
 TEST(NodeVerdict, DrainsOnOwnDriftOnlyWhenAsked) {
     const Compared compared =
         compareThroughJson({node("n1", 100), node("n2", 101), node("n3", 99)});
     ASSERT_TRUE(compared.summary);
-    std::vector<LoadedRecord> own;  // 40 runs at 100, then 10 at 97, hourly from 2 November
-    for (int i = 0; i < 50; ++i) {
-        own.push_back(node("n1", (i < 40 ? 100 : 97) + (i % 2 ? 0.3 : -0.3)));
-        own.back().record.startedAt =
-            QDateTime(QDate(2026, 11, 2), QTime(0, 0), Qt::UTC).addSecs(3600 * i);
-    }
-    const std::pair<std::optional<double>, const char*> table[] = {
-        {{}, "healthy: ALL 97.300 PS"},
-        {0.05, "healthy: ALL 97.300 PS"},
-        {0.025, "drain: drift: -3.0% since 2026-11-03 (p < 0.0001)"},
+    const struct {
+        int runsAfter;  // after 40 runs at 100, at 97, hourly from 2 November
+        std::optional<double> drift;
+        const char* line;
+    } table[] = {
+        {10, {}, "healthy: ALL 97.300 PS"},
+        {10, 0.038, "healthy: ALL 97.300 PS"},
+        {10, 0.037, "drain: drift: -3.0% since 2026-11-03 (p < 0.0001)"},
+        {5, 0.037, "drain: drift: -3.0% since 2026-11-03 (p < 0.0001)"},
+        {4, 0.01, "healthy: ALL 97.300 PS"},  // flagged by compare from 3 runs, drained from 5
     };
-    for (const auto& [drift, line] : table) {
-        CheckRequest request{"n1", "ALL", {}, {}, "", "/records", {}, drift, "/records"};
+    for (const auto& row : table) {
+        std::vector<LoadedRecord> own;
+        for (int i = 0; i < 40 + row.runsAfter; ++i) {
+            own.push_back(node("n1", (i < 40 ? 100 : 97) + (i % 2 ? 0.3 : -0.3)));
+            own.back().record.startedAt =
+                QDateTime(QDate(2026, 11, 2), QTime(0, 0), Qt::UTC).addSecs(3600 * i);
+        }
+        CheckRequest request{"n1", "ALL", {}, {}, "", "/records", {}, row.drift, "/records"};
         const QString got = decideNode(*compared.summary, own, request).line;
-        EXPECT_TRUE(got.startsWith(QLatin1String(line))) << got.toStdString();
+        EXPECT_TRUE(got.startsWith(QLatin1String(row.line))) << got.toStdString();
     }
 }
 
