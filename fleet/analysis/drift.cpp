@@ -4,6 +4,7 @@
 #include <boost/math/distributions/students_t.hpp>
 #include <cmath>
 #include <iterator>
+#include <limits>
 
 #include "statistics.h"
 
@@ -189,8 +190,13 @@ ChangePoint measureSides(const std::vector<double>& x, int begin, int at, int fr
     std::vector<double> sorted = after;
     std::sort(sorted.begin(), sorted.end());
     change.upperQuartileAfter = sorted[(3 * sorted.size() + 3) / 4 - 1];
-    // Scores are positive; a level cannot fall below 0.
-    change.ratio = std::max(0.0, 1 + medianPairwiseDifference(before, after) / change.medianBefore);
+    const double shift = medianPairwiseDifference(before, after);
+    if (change.medianBefore > 0) {
+        // A level cannot fall below 0.
+        change.ratio = std::max(0.0, 1 + shift / change.medianBefore);
+    } else {
+        change.ratio = shift > 0 ? std::numeric_limits<double>::infinity() : 1;
+    }
     change.pValue = tTestPValue(&x[begin], change.runsBefore, &x[from], change.runsAfter);
     change.direction = change.ratio < 1 ? DriftDirection::Down : DriftDirection::Up;
     return change;
@@ -251,7 +257,7 @@ std::vector<ChangePoint> findChangePoints(const std::vector<double>& scores,
 DriftRun driftRunOf(const Record& record) {
     DriftRun run;
     run.startedAt = record.startedAt;
-    run.score = record.psResult.value_or(0);
+    run.score = record.psResult.value_or(std::numeric_limits<double>::quiet_NaN());
     run.cpuModel = record.cpuModel;
     run.logicalCpus = record.logicalCpus;
     run.corebenchSha256 = record.corebenchSha256;

@@ -4,7 +4,8 @@
 // configuration (CPU model, logical CPU count, corebench build), in each segment the change points
 // where the score moved to a new level and stayed there, and whether the latest of them is still
 // the host's state (its current drift). A new configuration starts a new segment and is never a
-// drift. Pure functions: they never throw, and every number they return is finite.
+// drift. Pure functions: they never throw, and every number they return is finite but the ratio
+// of a rise from a median of 0 PS, which is infinite.
 
 #include <QDateTime>
 #include <QString>
@@ -16,7 +17,7 @@
 // One run of the test on the host, as drift detection needs it.
 struct DriftRun {
     QDateTime startedAt;
-    double score = 0;  // runs whose score is not a finite positive number are left out
+    double score = 0;  // runs whose score is not a finite number of 0 or more are left out
     std::optional<QString> cpuModel;
     std::optional<int> logicalCpus;
     std::optional<QString> corebenchSha256;
@@ -39,7 +40,8 @@ struct ChangePoint {
     double medianBefore = 0;
     double medianAfter = 0;
     // The level after over the level before: 1 + medianPairwiseDifference(before, after) /
-    // medianBefore. Steadier than medianAfter / medianBefore, which it is close to.
+    // medianBefore, at least 0. Steadier than medianAfter / medianBefore, which it is close to.
+    // From a median of 0, infinite for a rise and 1 otherwise.
     double ratio = 1;
     // The score that three quarters of the runs after it reach or stay below: the ceil(3k/4)-th
     // lowest of the k runs after it.
@@ -61,7 +63,7 @@ struct DriftSegment {
 };
 
 // The change points of one series of scores in time order, oldest first; none when a score is not
-// a finite positive number.
+// a finite number of 0 or more.
 std::vector<ChangePoint> findChangePoints(const std::vector<double>& scores,
                                           const DriftOptions& options = {});
 
@@ -87,11 +89,11 @@ constexpr double kDrainShare = 0.8;
 constexpr int kDrainMinRuns = 5;
 bool drainsOnDrift(const ChangePoint& drift, double fraction);
 
-// A record as a run of its host's series (a record without a score gets 0, which orderedRuns
-// leaves out).
+// A record as a run of its host's series (a record without a score gets NaN, which orderedRuns
+// leaves out; a score of 0 stays).
 DriftRun driftRunOf(const Record& record);
 
-// The runs with a finite positive score, ordered by start (runs that started together keep their
+// The runs with a score (isUsableScore), ordered by start (runs that started together keep their
 // order).
 std::vector<DriftRun> orderedRuns(std::vector<DriftRun> runs);
 

@@ -35,5 +35,5 @@ double medianPairwiseDifference(const std::vector<double>& before,
 }
 
 bool isUsableScore(double score) {
-    return std::isfinite(score) && score > 0;
+    return std::isfinite(score) && score >= 0;
 }

@@ -19,5 +19,6 @@ double medianAbsoluteDeviation(std::vector<double> values);
 double medianPairwiseDifference(const std::vector<double>& before,
                                 const std::vector<double>& after);
 
-// A score that statistics can use: a finite number above 0 (0 stands for "no score").
+// A score that statistics can use: a finite number, 0 or more. A run that scored 0 did no work in
+// the time, the worst score of all, not a missing one; a record without a score has none at all.
 bool isUsableScore(double score);

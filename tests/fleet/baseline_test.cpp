@@ -9,10 +9,11 @@ namespace {
 TEST(Baseline, MedianOfTheEarlierRunsOfTheSameConfiguration) {
     // Earlier runs, oldest first, as configuration and score: a is the latest run's (CPU A, 8
     // CPUs, build s1), n a's of an unknown build, b CPU B, c 16 CPUs, o build s0, t another test,
-    // l a later run; score 0: none.
+    // l a later run; score -: none (a score of 0 is a score).
     const std::pair<const char*, std::optional<double>> cases[] = {
         {"a10 a20", std::nullopt},
-        {"a10 a0 a20", std::nullopt},
+        {"a10 a- a20", std::nullopt},
+        {"a10 a0 a20", 10},
         {"a30 a10 a20", 20},
         {"a10 a40 a20 a30", 25},
         {"a10 a20 l1 t5", std::nullopt},
@@ -24,12 +25,12 @@ TEST(Baseline, MedianOfTheEarlierRunsOfTheSameConfiguration) {
          "a25",
          15.5},
     };
-    const auto run = [](QChar kind, double ps, int hour) {
+    const auto run = [](QChar kind, const QString& ps, int hour) {
         Record r;
         r.host = "node1";
         r.test = kind == 't' ? "Single" : "All";
         r.startedAt = QDateTime::fromSecsSinceEpoch((kind == 'l' ? 200 : hour) * 3600, Qt::UTC);
-        r.psResult = ps > 0 ? std::optional<double>(ps) : std::nullopt;
+        r.psResult = ps == "-" ? std::nullopt : std::optional<double>(ps.toDouble());
         r.cpuModel = kind == 'b' ? "B" : "A";
         r.logicalCpus = kind == 'c' ? 16 : 8;
         if (kind != 'n') {
@@ -42,9 +43,9 @@ TEST(Baseline, MedianOfTheEarlierRunsOfTheSameConfiguration) {
         std::vector<Record> records;
         const QStringList words = QString(runs).split(' ');
         for (int i = words.size() - 1; i >= 0; --i) {
-            records.push_back(run(words[i][0], words[i].mid(1).toDouble(), i + 1));
+            records.push_back(run(words[i][0], words[i].mid(1), i + 1));
         }
-        records.push_back(run('a', 5, 100));
+        records.push_back(run('a', "5", 100));
         Record latest = records.back();
         latest.startedAt = latest.startedAt.addMSecs(500);
         EXPECT_EQ(baselineScore(latest, records), want) << runs;

@@ -52,6 +52,8 @@ TEST(Drift, ChangePointsOfSeries) {
         {"two runs", {100, 90}, {}},
         {"zero variance each side", series({{3, 100}, {3, 80}}), {{3, DriftDirection::Down}}},
         {"not finite", {nan, 100, nan, 100, 90, nan, 90, 90}, {}},
+        {"down to 0 PS", series({{30, 100}, {3, 0}}, 0.02), {{30, DriftDirection::Down}}},
+        {"up from 0 PS", series({{30, 0}, {3, 100}}, 0.02), {{30, DriftDirection::Up}}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);

@@ -265,6 +265,37 @@ TEST(NodeVerdict, DrainsOnOwnDriftOnlyWhenAsked) {
     }
 }
 
+// A node alone in its group whose last 5 runs scored 0 PS drains with a drift setting, as one
+// whose runs fell to 0.5 PS does; 5 runs without a score are no fall, and no drift.
+TEST(NodeVerdict, ZeroScoreIsAFallAMissingOneIsNot) {
+    const struct {
+        std::optional<double> last;
+        std::optional<double> drift;
+        const char* line;
+    } table[] = {
+        {0.0, 0.05, "drain: drift: -100.0% since 2026-11-03"},
+        {0.5, 0.05, "drain: drift: -99.5% since 2026-11-03"},
+        {std::nullopt, 0.05, "healthy: ALL no score PS"},
+        {0.0, {}, "healthy: ALL 0.000 PS"},
+    };
+    for (const auto& row : table) {
+        std::vector<LoadedRecord> own;  // hourly from noon on 2 November
+        for (int i = 0; i < 25; ++i) {
+            own.push_back(node("n1", 100 + (i % 2 ? 0.3 : -0.3)));
+            own.back().record.startedAt =
+                QDateTime(QDate(2026, 11, 2), QTime(12, 0), Qt::UTC).addSecs(3600 * i);
+            if (i >= 20) {
+                own.back().record.psResult = row.last;
+            }
+        }
+        const Compared alone = compareThroughJson({own.back()});
+        ASSERT_TRUE(alone.summary);
+        CheckRequest request{"n1", "ALL", {}, {}, "", "/records", {}, row.drift, "/records"};
+        const QString got = decideNode(*alone.summary, own, request).line;
+        EXPECT_TRUE(got.startsWith(QLatin1String(row.line))) << got.toStdString();
+    }
+}
+
 TEST(NodeVerdict, AgesWithinTenYears) {
     for (const char* bad : {"3651d", "0", "8w", "", "-1", "999999999999999d"}) {
         EXPECT_FALSE(parseAge(bad)) << bad;

@@ -52,9 +52,9 @@ TEST(Statistics, MedianPairwiseDifference) {
     }
 }
 
-TEST(Statistics, OnlyFinitePositiveScoresCount) {
+TEST(Statistics, OnlyFiniteScoresOfZeroOrMoreCount) {
     const double inf = std::numeric_limits<double>::infinity();
-    const std::pair<double, bool> table[] = {{1e-300, true}, {1e12, true}, {0, false},
+    const std::pair<double, bool> table[] = {{1e-300, true}, {1e12, true}, {0, true},
                                              {-1, false},    {inf, false}, {std::nan(""), false}};
     for (const auto& [score, usable] : table) {
         EXPECT_EQ(isUsableScore(score), usable) << score;
