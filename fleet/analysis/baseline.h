@@ -18,3 +18,8 @@ constexpr int kBaselineMaxRuns = 20;
 // kBaselineMaxRuns of them. Records without a score are left out; none with fewer than
 // kBaselineMinRuns runs.
 std::optional<double> baselineScore(const Record& latest, const std::vector<Record>& records);
+
+// The ratio of the current drift (currentDrift, drift.h) of latest's host and test, from latest and
+// the runs among records that started before it, when it is a drop; 1 when there is none, or a
+// rise. The verdict compare gives on the host, for Prometheus (corebench_drift_ratio).
+double driftRatio(const Record& latest, const std::vector<Record>& records);

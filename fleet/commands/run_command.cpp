@@ -10,7 +10,6 @@
 #include <QSysInfo>
 #include <cstdio>
 
-#include "baseline.h"
 #include "command_options.h"
 #include "fleet_commands.h"
 #include "log_parser.h"
@@ -212,7 +211,7 @@ int runCommand(const QStringList& arguments) {
     }
     printMessage(QStringLiteral("recorded %1").arg(written));
     if (parser.isSet(QStringLiteral("prom")) &&
-        !writePromFile(record, baselineScore(record, baselineHistory(out, record.host)),
+        !writePromFile(record, baselineHistory(out, record.host),
                        parser.value(QStringLiteral("prom")))) {
         return kStatusUnwritable;
     }

@@ -52,4 +52,38 @@ TEST(Baseline, MedianOfTheEarlierRunsOfTheSameConfiguration) {
     }
 }
 
+// What run and import export as corebench_drift_ratio: the current drift of the latest run and
+// those of its host and test before it, when it is a drop; 1 otherwise. Beside them, always, 3 runs
+// of another test and 3 later runs, all at 10 PS.
+TEST(Baseline, DriftRatioOfTheRunsUpToTheLatest) {
+    const struct {
+        int runs;      // before the latest, one an hour: 20 at 100 PS, then at the latest's score
+        double score;  // of the latest
+        double ratio;
+    } table[] = {
+        {0, 100, 1}, {20, 100, 1}, {22, 90, 0.9}, {21, 90, 1}, {22, 110, 1}, {30, 90, 0.9},
+    };
+    for (const auto& row : table) {
+        std::vector<Record> records;
+        const auto add = [&](double ps, int hour, const char* test = "All") {
+            Record r;
+            r.host = "node1";
+            r.test = test;
+            r.startedAt = QDateTime::fromSecsSinceEpoch(hour * 3600, Qt::UTC);
+            r.psResult = ps;
+            records.push_back(r);
+        };
+        for (int i = 0; i < row.runs; ++i) {
+            add(i < 20 ? 100 : row.score, i);
+        }
+        add(row.score, row.runs);
+        const Record latest = records.back();
+        for (int i = 1; i <= 3; ++i) {
+            add(10, row.runs - i, "Single");
+            add(10, row.runs + i);
+        }
+        EXPECT_DOUBLE_EQ(driftRatio(latest, records), row.ratio) << row.runs << " " << row.score;
+    }
+}
+
 }  // namespace
