@@ -60,7 +60,8 @@ class FleetReport : public ::testing::Test {
         QDir().mkpath(path("records"));
         for (const Series& series : kSeries) {
             QJsonObject record = pattern;
-            const int runs = series.level > 0 ? 40 + series.after : std::size(kDip);
+            const int runs =
+                series.level > 0 ? 40 + series.after : static_cast<int>(std::size(kDip));
             for (int i = 0; i < runs; ++i) {
                 const bool after = i >= 40;
                 record["host"] = series.host;
