@@ -66,9 +66,13 @@ int compareCommand(const QStringList& arguments) {
         printMessage(QStringLiteral("compare needs at least one PATH"));
         return kStatusUsage;
     }
-    const RecordLoad load = loadRecords(parser.positionalArguments());
-    for (const QString& problem : load.problems) {
-        printMessage(problem);
+    // The summary this run replaces may lie among the records it reads: it is no record.
+    const QString summaryPath = parser.value(QStringLiteral("summary"));
+    const RecordLoad load =
+        loadRecords(parser.positionalArguments(), QDateTime::currentDateTimeUtc(),
+                    summaryPath.isEmpty() ? QStringList() : QStringList{summaryPath});
+    for (const QString& message : load.problems + load.notes) {
+        printMessage(message);
     }
     if (load.records.empty() && load.problems.isEmpty()) {
         printMessage(QStringLiteral("no records found in %1")
@@ -77,7 +81,6 @@ int compareCommand(const QStringList& arguments) {
     }
     std::vector<GroupStats> groups;
     std::vector<CompareRow> rows = compareRecords(load.records, options, &groups);
-    const QString summaryPath = parser.value(QStringLiteral("summary"));
     QString error;
     // A summary of nothing (every record unreadable) would tell every node that it has no peers.
     // It holds the verdict against the group only: whether a node's own drift drains it is the
