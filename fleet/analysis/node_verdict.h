@@ -24,15 +24,17 @@ struct CheckRequest {
     std::optional<double> driftFraction;
 };
 
-enum class Verdict { Healthy = 0, Drain = 1 };
+enum class Verdict { Healthy, Drain, CannotDecide };
 
 struct NodeVerdict {
     Verdict verdict = Verdict::Healthy;
-    QString line;  // "healthy: ..." or "drain: <reasons>"
+    QString line;  // "healthy: ...", "drain: <reasons>" or "cannot decide: <why>"
 };
 
 // The newest record of the host and test, from the summary or the host's own records, whichever
 // is newer; one newer than the summary is judged against the summary's group of like machines.
+// A host with records of other tests but none of this one cannot be decided about: the check is
+// most likely set to another test than the sweep runs, and would otherwise drain every node.
 NodeVerdict decideNode(const FleetSummary& summary, const std::vector<LoadedRecord>& ownRecords,
                        const CheckRequest& request);
 
