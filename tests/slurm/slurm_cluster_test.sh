@@ -319,6 +319,9 @@ state_is IDLE+DRAIN || fail "node is $(state_now) after a floor above its score,
 reason=$(reason_now)
 case $reason in "corebench: "*"below floor $high"*) ;; *) fail "drain reason is '$reason'" ;; esac
 say "node $(state_now), reason: $reason"
+# sinfo -R cuts a reason at 20 characters; the README's wider format shows it whole.
+line=$(sinfo -h -R -o "%60E %9u %19H %N")
+case $line in "$reason "*" $node") ;; *) fail "sinfo -R -o \"%60E %9u %19H %N\" shows: $line" ;; esac
 
 write_conf "$low"
 out=$(healthcheck) || fail "health check failed: $out"
