@@ -54,15 +54,16 @@ class FleetReport : public ::testing::Test {
             QJsonObject record = pattern;
             for (int i = 0; i < 40 + series.after; ++i) {
                 const bool after = i >= 40;
+                const QDateTime started(QDate(2026, 1, 1).addDays(i), QTime(0, 0), Qt::UTC);
                 record["host"] = series.host;
-                record["started_at"] = QDateTime(QDate(2026, 1, 1).addDays(i), QTime(0, 0), Qt::UTC)
-                                           .toString(Qt::ISODate);
+                record["started_at"] = started.toString(Qt::ISODate);
                 record["ps_result"] =
                     series.level * (after ? 1 + series.change : 1) * (1 + noise(random));
                 if (after && series.cpuModelAfter) {
                     record["cpu_model"] = series.cpuModelAfter;
                 }
-                writeFile(path("records/%1-%2.json").arg(&series - kSeries).arg(i),
+                writeFile(path("records/%1-SingleSpeed-%2.json")
+                              .arg(series.host, started.toString("yyyyMMdd'T'HHmmss'Z'")),
                           QJsonDocument(record).toJson());
             }
         }
