@@ -268,7 +268,7 @@ records=("$tmp/records/$node/$node-SingleSpeed-"*.json)
 [ ${#records[@]} -eq 1 ] && [ -f "${records[0]}" ] || fail "expected one SingleSpeed record of $node, found: ${records[*]}"
 [ -f "${records[0]%.json}.log" ] || fail "the raw log is not beside ${records[0]}"
 grep -q '"ps_result"' "${records[0]}" || fail "${records[0]} has no ps_result"
-[ -s "$report.txt" ] && [ -s "$report.csv" ] && grep -q "class=\"mark" "$report.html" || fail "report $report.txt / .csv / .html missing"
+[ -s "$report.txt" ] && [ -s "$report.csv" ] && grep -q "id=\"report-data\"" "$report.html" || fail "report $report.txt / .csv / .html missing"
 row=$(awk -F, -v n="$node" 'NR > 1 && $1 == n && $2 == "SingleSpeed"' "$report.csv")
 [ "$(printf '%s\n' "$row" | grep -c .)" -eq 1 ] || fail "report has no single row for $node: $(cat "$report.csv")"
 ps=$(printf '%s\n' "$row" | cut -d, -f6)
