@@ -18,8 +18,8 @@ namespace {
 constexpr int kMaxDigits = 15;
 
 // d when every non-empty field is a number with d decimals that toFixed(d) gives back as it is (no
-// leading zero, no negative zero, at most kMaxDigits digits); nothing when one is not, or all are
-// empty.
+// leading zero, at most kMaxDigits digits), but for a negative zero, which stays text; nothing
+// when one is not, or all are empty.
 std::optional<int> fixedDecimals(const QStringList& fields) {
     static const QRegularExpression number(QStringLiteral("^-?(0|[1-9][0-9]*)(?:\\.([0-9]+))?$"));
     std::optional<int> decimals;
@@ -29,7 +29,6 @@ std::optional<int> fixedDecimals(const QStringList& fields) {
         }
         const QRegularExpressionMatch match = number.match(field);
         if (!match.hasMatch() || match.capturedLength(1) + match.capturedLength(2) > kMaxDigits ||
-            (field.startsWith(QLatin1Char('-')) && field.toDouble() == 0) ||
             (decimals && *decimals != match.capturedLength(2))) {
             return std::nullopt;
         }
@@ -174,7 +173,7 @@ QByteArray reportDataJson(const std::vector<CompareRow>& rows,
                 values.emplace_back();
             } else if (time) {
                 values.emplace_back(*timeSeconds(field) - timeBase);
-            } else if (decimals) {
+            } else if (decimals && !(field.startsWith(QLatin1Char('-')) && field.toDouble() == 0)) {
                 values.emplace_back(field.toDouble());
             } else if (subst) {
                 // The host first: the start's digits, 'T' and 'Z' cannot then match across a

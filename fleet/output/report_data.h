@@ -9,6 +9,7 @@
 // A column is one of the CSV's, in its order: {"name":..,"kind":..,"values":[one per row]}, an
 // empty field null, the others as the smallest of
 //   "kind":"fixed","decimals":d  numbers with d decimals, the field being toFixed(d) of the number
+//                                (a negative zero, which JSON does not keep, as text)
 //   "kind":"time"                UTC times to the second, as seconds after timeBase
 //   "kind":"text"                the field; with "subst":true, "\u0000h" stands for the row's host
 //                                and "\u0000t" for its started_at without '-' and ':' (what a

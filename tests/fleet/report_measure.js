@@ -7,8 +7,8 @@
 //   scrollWidth, viewportWidth  of the document
 //   marks, flaggedMarks  marks drawn for nodes; named, listed: flagged nodes named on a plot and
 //              listed beside one
-//   table      when the page has its node table, what it shows first and after each of a few sorts
-//              and filters (see probeTable)
+//   table      when the page has its node table, what it shows page by page and after each of a
+//              few sorts and filters (see probeTable)
 (function () {
   function overlapping(texts) {
     var boxes = [];
@@ -57,12 +57,17 @@
     return shown().rows.map(function (cells) { return [cells[0], cells[i]]; });
   }
 
-  // The rows shown first; sorted by each column in turn (a click on its head, twice for the other
-  // direction), the hosts and that column; filtered by part of a host name, by a CPU model, and to
-  // the flagged nodes only.
+  // Every page of rows as the table first shows them (the next page by a click on 'next'); sorted
+  // by each column in turn (a click on its head, twice for the other direction), the hosts and
+  // that column; filtered by part of a host name, by a CPU model, and to the flagged nodes only.
   function probeTable() {
     var heads = document.getElementById('rows').tHead.rows[0].cells;
-    var out = { initial: shown(), columns: [], sorted: [] };
+    var next = document.getElementById('page-next');
+    var out = { pages: [shown()], columns: [], sorted: [] };
+    while (!next.disabled && out.pages.length < 1000) {
+      next.click();
+      out.pages.push(shown());
+    }
     for (var i = 0; i < heads.length; i++) {
       out.columns.push(heads[i].textContent);
       heads[i].click();
