@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "compare_format.h"
 #include "report_data.h"
 #include "report_page_assets.h"
 

@@ -175,11 +175,13 @@
     filter();
     document.getElementById('nodes').scrollIntoView();
   }
-  filter();
 
   // ---- the strip plots
-  // First every plot with all its texts, then every text's width read at once (one layout of the
-  // page), then the names placed and the marks drawn.
+  // Each plot's texts below the axis are drawn first and their widths read (one layout of the
+  // page). The flagged nodes' names, up to thousands, are measured on a canvas in the same font,
+  // which takes no layout; each placed name keeps a span 2 px wider than that, and once all are
+  // drawn their real widths are read at once (a second layout): a name wider than its span after
+  // all is taken off the plot and listed, so no name can reach into another's span.
   var plots = [];
   Array.prototype.forEach.call(document.querySelectorAll('.plot'), function (box) {
     var group = data.groups[Number(box.getAttribute('data-group'))];
@@ -208,19 +210,14 @@
       x: function (v) { return MARGIN + (v - lo) / (hi - lo) * (WIDTH - 2 * MARGIN); },
       scored: scored,
       group: group,
-      names: [], // flagged rows, slowest first, each with its text element
+      names: [], // the flagged rows, slowest first
       axis: [] // the texts below the axis, each with where it wants to be
     };
-    var named = [];
     for (r = group.first; r < group.first + group.count; r++) {
-      if (flagged(r)) { named.push({ row: r, score: score(r) }); }
+      if (flagged(r)) { plot.names.push({ row: r, score: score(r) }); }
     }
-    named.sort(function (a, b) {
+    plot.names.sort(function (a, b) {
       return a.score === null || b.score === null ? (a.score === null) - (b.score === null) : a.score - b.score;
-    });
-    named.forEach(function (name) {
-      name.text = element('*text', { class: 'label', x: 0, y: 0 }, host(name.row), plot.svg);
-      plot.names.push(name);
     });
     function axisText(text, at, anchor) {
       plot.axis.push({ at: at, anchor: anchor, text: element('*text', { x: 0, y: 0 }, text, plot.svg) });
@@ -236,13 +233,16 @@
 
   var ascent = 10;
   var height = 13;
+  var pen = document.createElement('canvas').getContext('2d');
   plots.forEach(function (plot) {
-    plot.names.concat(plot.axis).forEach(function (item) { item.width = item.text.getComputedTextLength(); });
+    plot.axis.forEach(function (item) { item.width = item.text.getComputedTextLength(); });
   });
   if (plots.length > 0) {
-    var box = plots[0].axis[0].text.getBBox();
+    var probe = plots[0].axis[0].text;
+    var box = probe.getBBox();
     ascent = -box.y;
     height = box.height;
+    pen.font = getComputedStyle(probe).font || '11px "DejaVu Sans", sans-serif';
   }
   var pitch = Math.ceil(height) + 3;
 
@@ -273,20 +273,33 @@
   }
 
   plots.forEach(function (plot) {
-    var svg = plot.svg;
     var rows = [];
-    var unnamed = [];
-    var used = 0;
     plot.names.forEach(function (name) {
-      var at = name.score === null ? null : plot.x(name.score);
-      name.place = at === null || name.width > WIDTH ? null
-        : place(rows, LABEL_ROWS, at, name.width, [0.5, 0, 1], true);
+      name.width = pen.measureText(host(name.row)).width + 2;
+      name.place = name.score === null || name.width > WIDTH ? null
+        : place(rows, LABEL_ROWS, plot.x(name.score), name.width, [0.5, 0, 1], true);
       if (name.place) {
-        used = Math.max(used, name.place.row + 1);
-      } else {
-        svg.removeChild(name.text);
-        unnamed.push(name);
+        name.text = element('*text', { class: 'label', x: name.place.x.toFixed(1) }, host(name.row), plot.svg);
       }
+    });
+  });
+  var tooWide = [];
+  plots.forEach(function (plot) {
+    plot.names.forEach(function (name) {
+      if (name.place && name.text.getComputedTextLength() > name.width) { tooWide.push(name); }
+    });
+  });
+  tooWide.forEach(function (name) {
+    name.text.parentNode.removeChild(name.text);
+    name.place = null;
+  });
+
+  plots.forEach(function (plot) {
+    var svg = plot.svg;
+    var used = 0;
+    var unnamed = plot.names.filter(function (name) {
+      used = name.place ? Math.max(used, name.place.row + 1) : used;
+      return !name.place;
     });
     var top = used * pitch + 6; // of the band
     var axisY = top + BAND + 4;
@@ -294,7 +307,6 @@
     plot.names.forEach(function (name) {
       if (!name.place) { return; }
       var y = name.place.row * pitch + 1;
-      name.text.setAttribute('x', name.place.x.toFixed(1));
       name.text.setAttribute('y', (y + ascent).toFixed(1));
       name.text.addEventListener('click', showHost.bind(null, name.row));
       var x = plot.x(name.score).toFixed(1);
@@ -358,6 +370,7 @@
     document.body.setAttribute('data-errors', window.reportErrors);
     document.body.setAttribute('data-resources', performance.getEntriesByType('resource').length);
   }
+  filter();
   report();
   window.addEventListener('load', function () {
     report();
