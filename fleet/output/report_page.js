@@ -57,6 +57,7 @@
     var v = text === '' ? NaN : Number(text);
     return isFinite(v) ? v : null;
   }
+  // A new element ('*circle': one of SVG) with attributes and text, appended to parent if given.
   function element(name, attributes, text, parent) {
     var node = name.charAt(0) === '*'
       ? document.createElementNS(SVG, name.slice(1)) : document.createElement(name);
@@ -81,17 +82,22 @@
   var sortedBy = -1;
   var ascending = true;
   var collator = new Intl.Collator(undefined, { numeric: true });
-  var models = [];
+  var models = []; // the CPU models in the rows' order
+  var seen = Object.create(null);
   for (var r = 0; r < data.count; r++) {
     order.push(r);
     var model = cell(cpuColumn, r);
-    if (models.indexOf(model) < 0) { models.push(model); }
+    if (!(model in seen)) {
+      seen[model] = true;
+      models.push(model);
+    }
   }
   var hostFilter = document.getElementById('host-filter');
   var cpuFilter = document.getElementById('cpu-filter');
   var flaggedFilter = document.getElementById('flagged-filter');
   models.forEach(function (model, i) {
-    element('option', { value: String(i) }, model === '' ? '(CPU model unknown)' : model, cpuFilter);
+    element('option', { value: String(i) }, model === '' ? '(CPU model unknown)' : model,
+      cpuFilter);
   });
 
   function render() {
@@ -146,7 +152,11 @@
       return (ascending ? d : -d) || a - b;
     });
     heads.forEach(function (head, i) {
-      if (i === c) { head.setAttribute('aria-sort', ascending ? 'ascending' : 'descending'); } else { head.removeAttribute('aria-sort'); }
+      if (i === c) {
+        head.setAttribute('aria-sort', ascending ? 'ascending' : 'descending');
+      } else {
+        head.removeAttribute('aria-sort');
+      }
     });
     filter();
   }
@@ -199,8 +209,8 @@
       element('p', {}, 'No scores in this group.', box);
       return;
     }
-    var lo = Math.min.apply(null, values);
-    var hi = Math.max.apply(null, values);
+    var lo = values.reduce(function (a, b) { return Math.min(a, b); });
+    var hi = values.reduce(function (a, b) { return Math.max(a, b); });
     var pad = hi > lo ? (hi - lo) * 0.05 : Math.max(Math.abs(hi) * 0.05, 1);
     lo -= pad;
     hi += pad;
@@ -217,10 +227,11 @@
       if (flagged(r)) { plot.names.push({ row: r, score: score(r) }); }
     }
     plot.names.sort(function (a, b) {
-      return a.score === null || b.score === null ? (a.score === null) - (b.score === null) : a.score - b.score;
+      return a.score === null || b.score === null
+      ? (a.score === null) - (b.score === null) : a.score - b.score;
     });
     function axisText(text, at, anchor) {
-      plot.axis.push({ at: at, anchor: anchor, text: element('*text', { x: 0, y: 0 }, text, plot.svg) });
+      plot.axis.push({ at: at, anchor: anchor, text: element('*text', {}, text, plot.svg) });
     }
     if (group.median !== null) {
       axisText('median ' + ps(group.median), plot.x(group.median), 0.5);
@@ -239,9 +250,9 @@
   });
   if (plots.length > 0) {
     var probe = plots[0].axis[0].text;
-    var box = probe.getBBox();
-    ascent = -box.y;
-    height = box.height;
+    var bounds = probe.getBBox();
+    ascent = -bounds.y;
+    height = bounds.height;
     pen.font = getComputedStyle(probe).font || '11px "DejaVu Sans", sans-serif';
   }
   var pitch = Math.ceil(height) + 3;
@@ -256,10 +267,13 @@
     for (var k = 0; k < most; k++) {
       rows[k] = rows[k] || [];
       var below = true;
-      for (var j = k + 1; leader && j < most; j++) { below = below && free(rows[j] || [], at - 2, at + 2); }
+      for (var j = k + 1; leader && j < most; j++) {
+        below = below && free(rows[j] || [], at - 2, at + 2);
+      }
       for (var a = 0; below && a < anchors.length; a++) {
         var x = Math.min(Math.max(at - anchors[a] * width, 0), WIDTH - width);
-        if ((!leader || (x <= at && at <= x + width)) && free(rows[k], x - GAP / 2, x + width + GAP / 2)) {
+        if ((!leader || (x <= at && at <= x + width)) &&
+            free(rows[k], x - GAP / 2, x + width + GAP / 2)) {
           rows[k].push([x - GAP / 2, x + width + GAP / 2]);
           for (j = k + 1; leader && j < most; j++) {
             rows[j] = rows[j] || [];
@@ -279,7 +293,8 @@
       name.place = name.score === null || name.width > WIDTH ? null
         : place(rows, LABEL_ROWS, plot.x(name.score), name.width, [0.5, 0, 1], true);
       if (name.place) {
-        name.text = element('*text', { class: 'label', x: name.place.x.toFixed(1) }, host(name.row), plot.svg);
+        name.text = element('*text', { class: 'label', x: name.place.x.toFixed(1) }, host(name.row),
+          plot.svg);
       }
     });
   });
@@ -310,7 +325,10 @@
       name.text.setAttribute('y', (y + ascent).toFixed(1));
       name.text.addEventListener('click', showHost.bind(null, name.row));
       var x = plot.x(name.score).toFixed(1);
-      element('*line', { class: 'leader', x1: x, x2: x, y1: (y + height + 1).toFixed(1), y2: (markY(name.row) - 5).toFixed(1) }, undefined, svg);
+      element('*line', {
+        class: 'leader', x1: x, x2: x, y1: (y + height + 1).toFixed(1),
+        y2: (markY(name.row) - 5).toFixed(1)
+      }, undefined, svg);
     });
     var below = [];
     plot.axis.forEach(function (item) {
@@ -318,10 +336,12 @@
       item.text.setAttribute('x', spot.x.toFixed(1));
       item.text.setAttribute('y', (axisY + 3 + spot.row * pitch + ascent).toFixed(1));
     });
-    var bottom = axisY + 3 + below.filter(function (row) { return row.length > 0; }).length * pitch + 2;
+    var axisRows = below.filter(function (row) { return row.length > 0; }).length;
+    var bottom = axisY + 3 + axisRows * pitch + 2;
     svg.setAttribute('height', bottom);
     svg.setAttribute('viewBox', '0 0 ' + WIDTH + ' ' + bottom);
-    element('*line', { class: 'axis', x1: MARGIN, x2: WIDTH - MARGIN, y1: axisY, y2: axisY }, undefined, svg);
+    element('*line', { class: 'axis', x1: MARGIN, x2: WIDTH - MARGIN, y1: axisY, y2: axisY },
+      undefined, svg);
     if (plot.group.median !== null) {
       [['median', plot.group.median], ['floor', plot.group.floor]].forEach(function (line) {
         var x = plot.x(line[1]).toFixed(1);
@@ -331,7 +351,8 @@
     var marks = element('*g', {}, undefined, svg);
     var flaggedMarks = [];
     plot.scored.forEach(function (item) {
-      var mark = element('*circle', { class: 'mark', cx: plot.x(item.score).toFixed(1), cy: markY(item.row).toFixed(1), r: 3 });
+      var mark = element('*circle',
+        { class: 'mark', cx: plot.x(item.score).toFixed(1), cy: markY(item.row).toFixed(1), r: 3 });
       mark.row = item.row;
       if (flagged(item.row)) {
         mark.setAttribute('class', 'mark flagged');
@@ -358,8 +379,12 @@
       unnamed.forEach(function (name) {
         var item = element('li', {}, undefined, items);
         element('a', { class: 'host', href: '#nodes' }, host(name.row), item)
-          .addEventListener('click', function (event) { event.preventDefault(); showHost(name.row); });
-        item.appendChild(document.createTextNode(name.score === null ? ' no score' : ' ' + cell(scoreColumn, name.row) + ' PS'));
+          .addEventListener('click', function (event) {
+            event.preventDefault();
+            showHost(name.row);
+          });
+        item.appendChild(document.createTextNode(
+          name.score === null ? ' no score' : ' ' + cell(scoreColumn, name.row) + ' PS'));
       });
     }
   });
