@@ -270,7 +270,7 @@ sweep_done() {
     [ -f "${record%.json}.log" ] || fail "the raw log is not beside $record"
     grep -q '"ps_result"' "$record" || fail "$record has no ps_result"
   done
-  [ -s "$report.txt" ] && [ -s "$report.csv" ] && grep -q "class=\"mark" "$report.html" || fail "report $report.txt / .csv / .html missing"
+  [ -s "$report.txt" ] && [ -s "$report.csv" ] && grep -q "id=\"report-data\"" "$report.html" || fail "report $report.txt / .csv / .html missing"
   row=$(awk -F, -v n="$node" 'NR > 1 && $1 == n && $2 == "SingleSpeed"' "$report.csv")
   [ "$(printf '%s\n' "$row" | grep -c .)" -eq 1 ] || fail "report has no single row for $node: $(cat "$report.csv")"
   [ "$(printf '%s\n' "$row" | cut -d, -f13)" = "$n" ] || fail "report row does not count $n records: $row"
