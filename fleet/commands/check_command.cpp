@@ -165,6 +165,6 @@ int checkCommand(const QStringList& arguments) {
     printf("%s\n", qPrintable(verdict.line));
     fflush(stdout);
     return verdict.verdict == Verdict::Drain          ? kStatusFlagged
-           : verdict.verdict == Verdict::CannotDecide ? kStatusUsage
+           : verdict.verdict == Verdict::CannotDecide ? kStatusCannotDecide
                                                       : kStatusOk;
 }
