@@ -65,6 +65,25 @@ std::optional<Newest> newestOf(const FleetSummary& summary,
     return Newest{own->record.startedAt, own->record.psResult, row.reasons};
 }
 
+// The tests other than the request's that the host has records of, in the summary or its own.
+QStringList otherTests(const FleetSummary& summary, const std::vector<LoadedRecord>& ownRecords,
+                       const CheckRequest& request) {
+    QStringList tests;
+    const auto add = [&](const QString& host, const QString& test) {
+        if (host == request.host && !sameTest(test, request.test) && !tests.contains(test)) {
+            tests << test;
+        }
+    };
+    for (const SummaryHost& host : summary.hosts) {
+        add(host.host, host.test);
+    }
+    for (const LoadedRecord& loaded : ownRecords) {
+        add(loaded.record.host, loaded.record.test);
+    }
+    tests.sort();
+    return tests;
+}
+
 // The current drift of the newest segment of the node's own runs of the test.
 std::optional<ChangePoint> ownDrift(const std::vector<LoadedRecord>& ownRecords,
                                     const CheckRequest& request) {
@@ -99,6 +118,13 @@ NodeVerdict decideNode(const FleetSummary& summary, const std::vector<LoadedReco
     QStringList reasons;
     QString state;
     if (!newest) {
+        const QStringList others = otherTests(summary, ownRecords, request);
+        if (!others.isEmpty()) {
+            return {Verdict::CannotDecide,
+                    QStringLiteral("cannot decide: %1 has records of %2 but none of %3; the "
+                                   "check's test must be the one the sweep runs (its --test)")
+                        .arg(request.host, others.join(QStringLiteral(", ")), request.test)};
+        }
         state = QStringLiteral("no %1 record of %2").arg(request.test, request.host);
         if (request.maxAgeS) {
             reasons << state + QStringLiteral(" in ") + request.records;

@@ -165,5 +165,7 @@ int checkCommand(const QStringList& arguments) {
     const NodeVerdict verdict = decideNode(*summary, load.records, request);
     printf("%s\n", qPrintable(verdict.line));
     fflush(stdout);
-    return verdict.verdict == Verdict::Drain ? kStatusFlagged : kStatusOk;
+    return verdict.verdict == Verdict::Drain          ? kStatusFlagged
+           : verdict.verdict == Verdict::CannotDecide ? kStatusCannotDecide
+                                                      : kStatusOk;
 }

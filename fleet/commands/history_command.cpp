@@ -43,8 +43,8 @@ int historyCommand(const QStringList& arguments) {
     const bool oneTest = parser.isSet(QStringLiteral("test"));
     const QString test = parser.value(QStringLiteral("test"));
     const RecordLoad load = loadRecords(positional.mid(1));
-    for (const QString& problem : load.problems) {
-        printMessage(problem);
+    for (const QString& message : load.problems + load.notes) {
+        printMessage(message);
     }
     std::vector<LoadedRecord> mine;
     for (const LoadedRecord& loaded : load.records) {

@@ -13,7 +13,12 @@ namespace {
 
 class Loader {
   public:
-    Loader(const QDateTime& now, const WriterTrust* trust) : now_(now), trust_(trust) {}
+    Loader(const QDateTime& now, const WriterTrust* trust, const QStringList& ownFiles)
+        : now_(now), trust_(trust) {
+        for (const QString& path : ownFiles) {
+            ownFiles_.insert(absolute(path));
+        }
+    }
 
     void file(const QString& path) {
         FileIdentity identity;
@@ -39,7 +44,8 @@ class Loader {
         }
     }
 
-    // Every *.json below the folder; links are named, not followed.
+    // Every record below the folder, by its file name; links are named, not followed. Other
+    // *.json files are named in notes, but for compare's own outputs.
     void folder(const QString& path, bool followLink) {
         std::vector<FolderEntry> entries;
         QString error;
@@ -57,6 +63,14 @@ class Loader {
                 folder(child, false);
             } else if (!entry.name.endsWith(QLatin1String(".json"))) {
                 continue;
+            } else if (!isRecordFileName(entry.name)) {
+                if (entry.name != QLatin1String(kSummaryFileName) &&
+                    ownFiles_.count(absolute(child)) == 0) {
+                    load_.notes << QStringLiteral(
+                                       "%1: not a record's file name "
+                                       "(HOST-TEST-YYYYMMDDTHHMMSSZ.json), not read")
+                                       .arg(child);
+                }
             } else if (entry.kind == FolderEntry::kLink) {
                 problem(child, QStringLiteral("a symbolic link, not read"));
             } else {
@@ -72,16 +86,22 @@ class Loader {
     RecordLoad take() { return std::move(load_); }
 
   private:
+    static QString absolute(const QString& path) {
+        return QDir::cleanPath(QFileInfo(path).absoluteFilePath());
+    }
+
     QDateTime now_;
     const WriterTrust* trust_;
+    std::set<QString> ownFiles_;
     RecordLoad load_;
     std::set<FileIdentity> seen_;
 };
 
 }  // namespace
 
-RecordLoad loadRecords(const QStringList& paths, const QDateTime& now, const WriterTrust* trust) {
-    Loader loader(now, trust);
+RecordLoad loadRecords(const QStringList& paths, const QDateTime& now, const WriterTrust* trust,
+                       const QStringList& ownFiles) {
+    Loader loader(now, trust, ownFiles);
     for (const QString& path : paths) {
         // A folder named by the caller may be reached through a link; nothing below it is.
         const QFileInfo info(path);
@@ -103,7 +123,7 @@ QStringList hostRecordPaths(const QString& records, const QString& host, QString
     const QString own = hostFolder(records, host);
     if (listFolder(own, false, &entries, &error)) {
         for (const FolderEntry& entry : entries) {
-            if (entry.kind != FolderEntry::kFolder && entry.name.endsWith(QLatin1String(".json"))) {
+            if (entry.kind != FolderEntry::kFolder && isRecordFileName(entry.name)) {
                 paths << QDir(own).filePath(entry.name);
             }
         }

@@ -5,6 +5,19 @@
 
 #include "test_names.h"
 
+namespace {
+
+// The end of a record's file name: its start time, the number publishNewFile adds to a name
+// taken in the same second, the suffix. Patterns are anchored at both ends of the whole name
+// ('$' alone would let a newline follow).
+const QLatin1String kRecordNameEnd("-\\d{8}T\\d{6}Z(-\\d+)?\\.json");
+
+QRegularExpression wholeName(const QString& pattern) {
+    return QRegularExpression(QRegularExpression::anchoredPattern(pattern + kRecordNameEnd));
+}
+
+}  // namespace
+
 bool isValidName(const QString& name) {
     static const QRegularExpression pattern(QStringLiteral("^[A-Za-z0-9][A-Za-z0-9._-]{0,62}$"));
     return pattern.match(name).hasMatch();
@@ -19,10 +32,15 @@ QString hostFolder(const QString& records, const QString& host) {
     return QDir(records).filePath(host);
 }
 
+bool isRecordFileName(const QString& fileName) {
+    static const QRegularExpression pattern = wholeName(
+        QStringLiteral("[A-Za-z0-9][A-Za-z0-9._-]{0,62}-[A-Za-z0-9][A-Za-z0-9._-]{0,62}"));
+    return pattern.match(fileName).hasMatch();
+}
+
 bool isFlatRecordOf(const QString& fileName, const QString& host) {
     // Test names hold no '-', so the test is what stands between the host and the time.
-    static const QRegularExpression rest(
-        QStringLiteral("^([A-Za-z0-9]+)-\\d{8}T\\d{6}Z(-\\d+)?\\.json$"));
+    static const QRegularExpression rest = wholeName(QStringLiteral("([A-Za-z0-9]+)"));
     if (!fileName.startsWith(host + QLatin1Char('-'))) {
         return false;
     }

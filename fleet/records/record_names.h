@@ -18,6 +18,15 @@ QString recordBaseName(const QString& host, const QString& test, const QDateTime
 // The folder of a host's records: "<records>/<host>".
 QString hostFolder(const QString& records, const QString& host);
 
+// Whether a file name is one that run and import give a record:
+// "<host>-<test>-<YYYYMMDDTHHMMSSZ>[-N].json", host and test valid names. The records folder
+// holds other files too (logs, the sweep's report and summary), which are no records.
+bool isRecordFileName(const QString& fileName);
+
+// The name of compare's summary in the records folder, where the sweep's report job writes it
+// and the health check looks for it.
+inline constexpr char kSummaryFileName[] = "corebench-summary.json";
+
 // Whether a file name in the old flat layout (every record straight in the records folder) is a
 // record of host: "<host>-<known test>-<time>[-N].json", so that host n1 does not take n1-a's.
 bool isFlatRecordOf(const QString& fileName, const QString& host);

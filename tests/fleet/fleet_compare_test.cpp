@@ -192,6 +192,8 @@ TEST(NodeVerdict, DecidesFromTheSummaryAndNewerOwnRecords) {
                             node("n5", 102), node("n6", 60), staleAll});
     ASSERT_TRUE(compared.summary);
     LoadedRecord stranger = node("n2", 10, "EPYC 7543", 5);
+    LoadedRecord single = node("nX", 20);
+    single.record.test = QStringLiteral("SingleSpeed");
     const auto later = [](const char* host, double ps, const char* model = "EPYC 7543") {
         return node(host, ps, model, 2);
     };
@@ -220,6 +222,9 @@ TEST(NodeVerdict, DecidesFromTheSummaryAndNewerOwnRecords) {
         {"n6", "All", {}, 90, kDays3, "drain: flagged by compare (robust z -"},
         {"nX", "All", {}, 50, kDays3, "drain: no All record of nX in /records"},
         {"nX", "All", {}, 50, {}, "healthy: no All record of nX"},
+        // Records of other tests only: the check is set to another test than the sweep runs.
+        {"nX", "All", {single}, 50, kDays3, "cannot decide: nX has records of SingleSpeed but"},
+        {"n1", "Single", {single}, {}, {}, "cannot decide: n1 has records of All but none of"},
     };
     for (const Row& row : table) {
         const CheckRequest request{row.host,   row.test, row.floor, row.maxAgeS, "3d",
@@ -228,6 +233,7 @@ TEST(NodeVerdict, DecidesFromTheSummaryAndNewerOwnRecords) {
         EXPECT_TRUE(verdict.line.startsWith(QLatin1String(row.line)))
             << row.host << " " << row.line << ": " << verdict.line.toStdString();
         EXPECT_EQ(verdict.verdict == Verdict::Drain, verdict.line.startsWith("drain"));
+        EXPECT_EQ(verdict.verdict == Verdict::CannotDecide, verdict.line.startsWith("cannot"));
     }
     QString error;
     EXPECT_FALSE(summaryFromJson(R"({"kind":"corebench-summary","schema":1})", now, &error));

@@ -285,7 +285,7 @@ TEST(FleetProm, WritersEndingTogetherBothSurvive) {
         }
         for (QProcess& writer : writers) {
             ASSERT_TRUE(writer.waitForFinished(60000));
-            EXPECT_EQ(writer.exitCode(), 0);
+            EXPECT_EQ(writer.exitCode(), 0) << writer.readAllStandardError().toStdString();
         }
         const QByteArray prom = readFile(dir.filePath("corebench.prom"));
         EXPECT_TRUE(prom.contains("corebench_score_ps{test=\"SingleSpeed\"}")) << round;

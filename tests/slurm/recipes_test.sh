@@ -162,16 +162,32 @@ ROWS
 [ "$(cat "$stub/check_args")" = "<check><--summary><$tmp/records/corebench-summary.json><--host><n1><--test><All><--writer><slurm><--floor><50><--max-age><8d><--drift><0.05><$tmp/records>" ] ||
   fail "check ran as $(cat "$stub/check_args")"
 
+# stall TOOL...: stand-ins for TOOL, first on PATH, that never return for a path in the records
+# folder, as on a hard-mounted NFS that stalled; other paths go to the real TOOL.
+stalled=$tmp/stalled
+mkdir "$stalled"
+export PATH="$stalled:$PATH"
+stall() {
+  local tool
+  for tool in "$@"; do
+    # shellcheck disable=SC2016 # expanded by the stand-in
+    printf '#!/bin/sh\nfor a; do case $a in "%s"*) exec sleep 1000 ;; esac; done\nexec %s "$@"\n' \
+      "$tmp/records" "$(type -P "$tool")" > "$stalled/$tool"
+    chmod 755 "$stalled/$tool"
+  done
+}
+
 # Faults: whatever the check cannot judge or should not trust, it leaves the node as it is, says
-# why in one line and exits 1. "setup" is run before the check and undone after it.
+# why in one line and exits 1, within its 30 s. "setup" is run before the check and undone after
+# it.
 while IFS='|' read -r verdict setup expect; do
   write_conf 50 8d
   echo "$verdict" > "$stub/verdict"
   set_node slurm-n1 IDLE+DRAIN "corebench: x"
   rm -f "$stub/calls"
   eval "$setup"
-  out=$(SLURMD_NODENAME=slurm-n1 "$contrib/corebench-healthcheck" --conf "$conf" 2>&1) && status=0 || status=$?
-  chmod 700 "$tmp/records"; chmod 755 "$stub/bin/corebench-fleet"; rm -f "$stub/scontrol_hangs"; conf=$tmp/healthcheck.conf
+  out=$(SLURMD_NODENAME=slurm-n1 timeout 40 "$contrib/corebench-healthcheck" --conf "$conf" 2>&1) && status=0 || status=$?
+  chmod 700 "$tmp/records"; chmod 755 "$stub/bin/corebench-fleet"; rm -f "$stub/scontrol_hangs" "$stalled"/*; conf=$tmp/healthcheck.conf
   [ $status -eq 1 ] && [ "$(printf '%s\n' "$out" | wc -l)" -eq 1 ] || fail "$expect: exit $status: $out"
   case $out in "corebench-healthcheck: nothing changed: "*"$expect"*) ;; *) fail "message '$out' lacks '$expect'" ;; esac
   [ ! -e "$stub/calls" ] && [ "$(node_field slurm-n1 state)" = IDLE+DRAIN ] || fail "$expect: the node was updated"
@@ -187,6 +203,7 @@ done <<ROWS
 1 drain: X|sed -i -e '/^RECORDS=/d' -e 's/^  RECORDS = .*/RECORDS=/' "$conf"|RECORDS (the shared records folder) is not set
 1 drain: X|conf=$tmp/missing.conf|cannot read settings file $tmp/missing.conf
 1 drain: X|cp "$contrib/healthcheck.conf.example" "$tmp/example.conf"; conf=$tmp/example.conf|records folder /shared/corebench/records is not there
+1 drain: X|stall test|records folder $tmp/records did not answer within 5 s
 ROWS
 
 # ---------------------------------------------------------------- sweep
