@@ -2,10 +2,11 @@
 
 // Drift of one host's scores in one test over time: the runs cut into segments of one
 // configuration (CPU model, logical CPU count, corebench build), in each segment the change points
-// where the score moved to a new level and stayed there, and whether the latest of them is still
-// the host's state (its current drift). A new configuration starts a new segment and is never a
-// drift. Pure functions: they never throw, and every number they return is finite but the ratio
-// of a rise from a median of 0 PS, which is infinite.
+// where the score moved to a new level and stayed there, and the change of level the newest of
+// them leave the host in while its newest runs still show it (its current drift). A new
+// configuration starts a new segment and is never a drift. Pure functions: they never throw, and
+// every number they return is finite but the ratio of a rise from a median of 0 PS, which is
+// infinite.
 
 #include <QDateTime>
 #include <QString>
@@ -36,7 +37,8 @@ struct ChangePoint {
     int index = 0;       // of the first run after the change, within its series or segment
     QDateTime at;        // when that run started (empty when found on bare scores)
     int runsBefore = 0;  // runs the test compared on each side: those up to the neighbouring
-    int runsAfter = 0;   // change points or the segment's ends, at most half a window each
+    int runsAfter = 0;   // change points or the segment's ends, at most half a window each (for
+                         // a current drift, those before its first change and since its latest)
     double medianBefore = 0;
     double medianAfter = 0;
     // The level after over the level before: 1 + medianPairwiseDifference(before, after) /
@@ -108,6 +110,6 @@ std::vector<DriftSegment> configurationSegments(const std::vector<DriftRun>& ord
 std::vector<DriftSegment> driftSegments(std::vector<DriftRun> runs,
                                         const DriftOptions& options = {});
 
-// The current change point of the newest segment: whether the host drifted since its current
+// The current drift of the newest segment: whether the host drifted since its current
 // configuration began and is still off, and how.
 std::optional<ChangePoint> currentDrift(const std::vector<DriftSegment>& segments);
