@@ -11,7 +11,7 @@ std::optional<double> baselineScore(const Record& latest, const std::vector<Reco
     for (const Record& record : records) {
         // Records keep the start to the second: the latest run's own record, or another of the
         // same second, is not earlier.
-        if (record.host == latest.host && record.test == latest.test &&
+        if (record.host == latest.host && record.test == latest.test && !isDisturbed(record) &&
             record.startedAt.toSecsSinceEpoch() < latest.startedAt.toSecsSinceEpoch()) {
             earlier.push_back(driftRunOf(record));
         }

@@ -123,6 +123,15 @@ CompareRow judgeRecord(const LoadedRecord& loaded, const GroupStats* group,
     row.logicalCpus = record.logicalCpus;
     row.cpuModel = record.cpuModel;
     row.file = loaded.file;
+    if (record.conditions) {
+        row.likelyCauses = record.conditions->likelyCauses;
+    }
+    if (isDisturbed(record)) {
+        row.disturbed = true;
+        row.newestDisturbedAt = record.startedAt;
+        row.newestDisturbedCauses = *record.disturbed;
+        return row;
+    }
     if (group != nullptr) {
         judgeScore(*group, options, row);
     }
@@ -134,7 +143,13 @@ CompareRow judgeRecord(const LoadedRecord& loaded, const GroupStats* group,
 std::vector<CompareRow> compareRecords(const std::vector<LoadedRecord>& records,
                                        const CompareOptions& options,
                                        std::vector<GroupStats>* groups) {
-    // The newest record of each host and test stands for it; every record counts for the CV.
+    // The newest undisturbed record of each host and test stands for it (the newest when every
+    // one was disturbed); every undisturbed record counts for the CV.
+    const auto newer = [&](size_t a, size_t b) {
+        return std::make_pair(records[a].record.startedAt, records[a].file) >
+               std::make_pair(records[b].record.startedAt, records[b].file);
+    };
+    std::map<HostTest, size_t> judged;
     std::map<HostTest, size_t> newest;
     std::map<HostTest, std::vector<double>> history;
     std::map<HostTest, int> counts;
@@ -142,24 +157,24 @@ std::vector<CompareRow> compareRecords(const std::vector<LoadedRecord>& records,
         const Record& record = records[i].record;
         const HostTest key{record.host, record.test};
         ++counts[key];
-        if (record.psResult) {
+        if (record.psResult && !isDisturbed(record)) {
             history[key].push_back(*record.psResult);
         }
-        const auto found = newest.find(key);
-        if (found == newest.end()) {
-            newest.emplace(key, i);
-            continue;
+        const auto latest = newest.emplace(key, i).first;
+        if (newer(i, latest->second)) {
+            latest->second = i;
         }
-        const LoadedRecord& current = records[found->second];
-        if (std::make_pair(record.startedAt, records[i].file) >
-            std::make_pair(current.record.startedAt, current.file)) {
+        const auto found = judged.emplace(key, i).first;
+        const bool clean = !isDisturbed(record);
+        if (clean != !isDisturbed(records[found->second].record) ? clean
+                                                                 : newer(i, found->second)) {
             found->second = i;
         }
     }
     std::map<GroupKey, std::pair<std::vector<double>, QStringList>> groupScores;
-    for (const auto& entry : newest) {
+    for (const auto& entry : judged) {
         const Record& record = records[entry.second].record;
-        if (record.psResult) {
+        if (record.psResult && !isDisturbed(record)) {
             auto& group = groupScores[groupOf(record)];
             group.first.push_back(*record.psResult);
             group.second << record.host;
@@ -173,13 +188,19 @@ std::vector<CompareRow> compareRecords(const std::vector<LoadedRecord>& records,
         stats.emplace(entry.first, std::move(group));
     }
     std::vector<std::pair<GroupKey, CompareRow>> rows;
-    rows.reserve(newest.size());
-    for (const auto& entry : newest) {
+    rows.reserve(judged.size());
+    for (const auto& entry : judged) {
         const LoadedRecord& loaded = records[entry.second];
         GroupKey group = groupOf(loaded.record);
         const auto found = stats.find(group);
         CompareRow row =
             judgeRecord(loaded, found == stats.end() ? nullptr : &found->second, options);
+        // A newer run than the one judged was disturbed.
+        const Record& latest = records[newest[entry.first]].record;
+        if (newest[entry.first] != entry.second) {
+            row.newestDisturbedAt = latest.startedAt;
+            row.newestDisturbedCauses = latest.disturbed.value_or(QStringList());
+        }
         row.records = counts[entry.first];
         row.cv = coefficientOfVariation(history[entry.first]);
         rows.emplace_back(std::move(group), std::move(row));

@@ -14,6 +14,7 @@ struct Newest {
     QDateTime startedAt;
     std::optional<double> psResult;
     QStringList flags;  // compare's reasons
+    QString likelyCause;
 };
 
 bool sameTest(const QString& a, const QString& b) {
@@ -30,12 +31,13 @@ const GroupStats* groupFor(const FleetSummary& summary, const Record& record) {
     return nullptr;
 }
 
-std::optional<Newest> newestOf(const FleetSummary& summary,
-                               const std::vector<LoadedRecord>& ownRecords,
-                               const CheckRequest& request) {
+// The newest of the host's own records of the test that were disturbed, or were not.
+const LoadedRecord* newestOwn(const std::vector<LoadedRecord>& ownRecords,
+                              const CheckRequest& request, bool disturbed) {
     const LoadedRecord* own = nullptr;
     for (const LoadedRecord& loaded : ownRecords) {
-        if (loaded.record.host != request.host || !sameTest(loaded.record.test, request.test)) {
+        if (loaded.record.host != request.host || !sameTest(loaded.record.test, request.test) ||
+            isDisturbed(loaded.record) != disturbed) {
             continue;
         }
         if (own == nullptr || std::make_pair(loaded.record.startedAt, loaded.file) >
@@ -43,6 +45,13 @@ std::optional<Newest> newestOf(const FleetSummary& summary,
             own = &loaded;
         }
     }
+    return own;
+}
+
+std::optional<Newest> newestOf(const FleetSummary& summary,
+                               const std::vector<LoadedRecord>& ownRecords,
+                               const CheckRequest& request) {
+    const LoadedRecord* own = newestOwn(ownRecords, request, false);
     const SummaryHost* judged = nullptr;
     for (const SummaryHost& host : summary.hosts) {
         if (host.host == request.host && sameTest(host.test, request.test) &&
@@ -52,7 +61,7 @@ std::optional<Newest> newestOf(const FleetSummary& summary,
     }
     // The summary's verdict had the whole fleet to go on, so it wins unless the node ran since.
     if (judged != nullptr && (own == nullptr || judged->startedAt >= own->record.startedAt)) {
-        Newest newest{judged->startedAt, judged->psResult, {}};
+        Newest newest{judged->startedAt, judged->psResult, {}, judged->likelyCause};
         if (judged->flagged) {
             newest.flags << judged->reason;
         }
@@ -62,7 +71,8 @@ std::optional<Newest> newestOf(const FleetSummary& summary,
         return std::nullopt;
     }
     const CompareRow row = judgeRecord(*own, groupFor(summary, own->record), summary.options);
-    return Newest{own->record.startedAt, own->record.psResult, row.reasons};
+    return Newest{own->record.startedAt, own->record.psResult, row.reasons,
+                  row.likelyCauses.join(QStringLiteral("; "))};
 }
 
 // The latest change point of the current segment of the node's own runs of the test.
@@ -96,8 +106,29 @@ QString summaryDoubt(const FleetSummary& summary, const CheckRequest& request) {
 NodeVerdict decideNode(const FleetSummary& summary, const std::vector<LoadedRecord>& ownRecords,
                        const CheckRequest& request) {
     const std::optional<Newest> newest = newestOf(summary, ownRecords, request);
+    const LoadedRecord* disturbed = newestOwn(ownRecords, request, true);
+    if (disturbed != nullptr && newest && disturbed->record.startedAt <= newest->startedAt) {
+        disturbed = nullptr;
+    }
+    const bool stale =
+        newest && request.maxAgeS && newest->startedAt.secsTo(request.now) > *request.maxAgeS;
+    if (disturbed != nullptr && (!newest || stale)) {
+        return {Verdict::CannotDecide,
+                oneLine(QStringLiteral("cannot decide: the %1 run of %2 at %3 was disturbed (%4), "
+                                       "and %5")
+                            .arg(request.test, request.host,
+                                 disturbed->record.startedAt.toUTC().toString(Qt::ISODate),
+                                 disturbed->record.disturbed->join(QStringLiteral("; ")),
+                                 newest ? QStringLiteral("its newest undisturbed run (%1) is "
+                                                         "older than %2")
+                                              .arg(newest->startedAt.toUTC().toString(Qt::ISODate),
+                                                   request.maxAgeText)
+                                        : QStringLiteral("it has no undisturbed run")),
+                        kMaxVerdictChars)};
+    }
     QStringList reasons;
     QString state;
+    bool slow = false;  // a reason is the score, which the power settings may explain
     if (!newest) {
         state = QStringLiteral("no %1 record of %2").arg(request.test, request.host);
         if (request.maxAgeS) {
@@ -109,16 +140,22 @@ NodeVerdict decideNode(const FleetSummary& summary, const std::vector<LoadedReco
                                                : QStringLiteral("no score");
         state = QStringLiteral("%1 %2 PS at %3").arg(request.test, score, started);
         if (!newest->flags.isEmpty()) {
+            slow = true;
             reasons << QStringLiteral("flagged by compare (%1)")
                            .arg(newest->flags.join(QStringLiteral("; ")));
         }
         if (request.floorPs && !newest->psResult) {
             reasons << QStringLiteral("record has no score");
         } else if (request.floorPs && *newest->psResult < *request.floorPs) {
+            slow = true;
             reasons << QStringLiteral("%1 PS below floor %2").arg(score).arg(*request.floorPs);
         }
+        if (disturbed != nullptr) {
+            state += QStringLiteral("; the newer run at %1 was disturbed, not judged")
+                         .arg(disturbed->record.startedAt.toUTC().toString(Qt::ISODate));
+        }
         // Worded without the age itself, so the reason does not change from one check to the next.
-        if (request.maxAgeS && newest->startedAt.secsTo(request.now) > *request.maxAgeS) {
+        if (stale) {
             reasons << QStringLiteral("newest record (%1) older than %2")
                            .arg(started, request.maxAgeText);
         }
@@ -128,8 +165,12 @@ NodeVerdict decideNode(const FleetSummary& summary, const std::vector<LoadedReco
         const std::optional<ChangePoint> drift = ownDrift(ownRecords, request);
         if (drift && drift->direction == DriftDirection::Down &&
             1 - drift->ratio >= *request.driftFraction - 1e-9) {
+            slow = true;
             reasons << driftReason(*drift);
         }
+    }
+    if (slow && newest && !newest->likelyCause.isEmpty()) {
+        reasons << QStringLiteral("likely cause: ") + newest->likelyCause;
     }
     if (reasons.isEmpty()) {
         return {Verdict::Healthy, oneLine(QStringLiteral("healthy: ") + state, kMaxVerdictChars)};

@@ -1,7 +1,7 @@
 #pragma once
 
 // What the health check does about one node, decided from the fleet's summary and the node's own
-// records: healthy, or drained with the reasons.
+// records: healthy, or drained with the reasons; or nothing, when its newest runs were disturbed.
 
 #include <QDateTime>
 #include <QString>
@@ -25,7 +25,7 @@ struct CheckRequest {
     QString recordsCanonical;  // the records folder's canonical path, which the summary must name
 };
 
-enum class Verdict { Healthy = 0, Drain = 1 };
+enum class Verdict { Healthy, Drain, CannotDecide };
 
 // A verdict line, and the drain reason Slurm gets from it, is one line of at most this many
 // characters: room for every reason check gives at once, and far below what scontrol takes.
@@ -33,15 +33,20 @@ constexpr int kMaxVerdictChars = 400;
 
 struct NodeVerdict {
     Verdict verdict = Verdict::Healthy;
-    QString line;  // "healthy: ..." or "drain: <reasons>", one line of at most kMaxVerdictChars
+    // "healthy: ...", "drain: <reasons>" or "cannot decide: ...", one line of at most
+    // kMaxVerdictChars.
+    QString line;
 };
 
 // Why the summary is no evidence for this check: made of another records folder than
 // request.recordsCanonical, or older than request.maxAgeS. Empty when it is evidence.
 QString summaryDoubt(const FleetSummary& summary, const CheckRequest& request);
 
-// The newest record of the host and test, from the summary or the host's own records, whichever
-// is newer; one newer than the summary is judged against the summary's group of like machines.
+// The newest undisturbed record of the host and test, from the summary or the host's own records,
+// whichever is newer; one newer than the summary is judged against the summary's group of like
+// machines. Disturbed runs are no evidence either way: when one is newer than every undisturbed
+// run within the maximum age (of any age without one), the check cannot decide. A drain names the
+// likely cause that the power settings of the run judged show.
 NodeVerdict decideNode(const FleetSummary& summary, const std::vector<LoadedRecord>& ownRecords,
                        const CheckRequest& request);
 

@@ -33,7 +33,7 @@ int checkCommand(const QStringList& arguments) {
         QStringLiteral(
             "Decides about one node from the fleet's summary and the node's own "
             "records; prints one line. It decides only on files and folders that root and the "
-            "writer alone could write.\n") +
+            "writer alone could write, and never on a disturbed run.\n") +
         exitStatusHelp({kStatusOk, kStatusFlagged, kStatusUsage, kStatusCannotDecide}));
     parser.addOptions({
         {QStringLiteral("summary"), QStringLiteral("The summary compare --summary wrote."),
@@ -164,5 +164,7 @@ int checkCommand(const QStringList& arguments) {
     const NodeVerdict verdict = decideNode(*summary, load.records, request);
     printf("%s\n", qPrintable(verdict.line));
     fflush(stdout);
-    return verdict.verdict == Verdict::Drain ? kStatusFlagged : kStatusOk;
+    return verdict.verdict == Verdict::Drain          ? kStatusFlagged
+           : verdict.verdict == Verdict::CannotDecide ? kStatusCannotDecide
+                                                      : kStatusOk;
 }

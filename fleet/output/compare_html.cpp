@@ -32,6 +32,7 @@ table{border-collapse:collapse;font-size:12px;margin-top:1em}
 th,td{border:1px solid #ddd;padding:2px 6px;text-align:left;white-space:nowrap}
 th{background:#f2f2f2;cursor:pointer;position:sticky;top:0}td.num{text-align:right}
 tr.flagged td{background:#fde8e8}
+.mark.disturbed{fill:none;stroke:#888}tr.disturbed td{color:#888}
 )";
 
 // Counts errors from the first script on, for whoever checks the page (data-errors on <body>).
@@ -154,9 +155,11 @@ QString stripPlot(const std::vector<CompareRow>& rows, size_t first, size_t last
         svg += QStringLiteral(
                    "<circle class=\"mark%1\" cx=\"%2\" cy=\"%3\" r=\"%4\">"
                    "<title>%5 %6</title></circle>")
-                   .arg(row.flagged ? QStringLiteral(" flagged") : QString(), num(cx), num(cy),
-                        row.flagged ? QStringLiteral("5") : QStringLiteral("4"), escaped(row.host),
-                        num(*row.psResult, 3));
+                   .arg(row.flagged     ? QStringLiteral(" flagged")
+                        : row.disturbed ? QStringLiteral(" disturbed")
+                                        : QString(),
+                        num(cx), num(cy), row.flagged ? QStringLiteral("5") : QStringLiteral("4"),
+                        escaped(row.host), num(*row.psResult, 3));
         if (row.flagged) {
             // Three rows of names, so that neighbours' names overlap less.
             const double ly = 12 + 12 * (labels++ % 3);
@@ -237,7 +240,9 @@ QString table(const std::vector<CompareRow>& rows) {
     }
     html += QStringLiteral("</tr></thead><tbody>\n");
     for (const CompareRow& row : rows) {
-        html += row.flagged ? QStringLiteral("<tr class=\"flagged\">") : QStringLiteral("<tr>");
+        html += row.flagged     ? QStringLiteral("<tr class=\"flagged\">")
+                : row.disturbed ? QStringLiteral("<tr class=\"disturbed\">")
+                                : QStringLiteral("<tr>");
         for (const QString& field : compareRowFields(row)) {
             bool number = false;
             field.toDouble(&number);

@@ -9,7 +9,7 @@ namespace {
 TEST(Baseline, MedianOfTheEarlierRunsOfTheSameConfiguration) {
     // Earlier runs, oldest first, as configuration and score: a is the latest run's (CPU A, 8
     // CPUs, build s1), n a's of an unknown build, b CPU B, c 16 CPUs, o build s0, t another test,
-    // l a later run; score 0: none.
+    // l a later run, d a's disturbed; score 0: none.
     const std::pair<const char*, std::optional<double>> cases[] = {
         {"a10 a20", std::nullopt},
         {"a10 a0 a20", std::nullopt},
@@ -19,6 +19,7 @@ TEST(Baseline, MedianOfTheEarlierRunsOfTheSameConfiguration) {
         {"n10 n20 n30", 20},
         {"a10 a10 a10 b99 a20 a30", std::nullopt},
         {"c99 o99 a10 a20 n40", 20},
+        {"a10 d99 a20 d99 a30", 20},
         // The newest 20 are 6..25; 21 or 19 runs would give 15 or 16.
         {"a1 a2 a3 a4 a5 a6 a7 a8 a9 a10 a11 a12 a13 a14 a15 a16 a17 a18 a19 a20 a21 a22 a23 a24 "
          "a25",
@@ -32,6 +33,9 @@ TEST(Baseline, MedianOfTheEarlierRunsOfTheSameConfiguration) {
         r.psResult = ps > 0 ? std::optional<double>(ps) : std::nullopt;
         r.cpuModel = kind == 'b' ? "B" : "A";
         r.logicalCpus = kind == 'c' ? 16 : 8;
+        if (kind == 'd') {
+            r.disturbed = QStringList{"steal 4.1% of the run"};
+        }
         if (kind != 'n') {
             r.corebenchSha256 = kind == 'o' ? "s0" : "s1";
         }

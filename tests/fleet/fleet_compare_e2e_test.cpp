@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <QDir>
+#include <QJsonArray>
 #include <QTemporaryDir>
 
 #include "fleet_test_support.h"
@@ -33,8 +34,10 @@ class FleetCompareProgram : public ::testing::Test {
     QString path(const QString& name) const { return dir.filePath(name); }
 
     void addRecord(const QString& file, const QString& host, double ps,
-                   const QString& startedAt = QString(), const QString& cpuModel = QString()) {
+                   const QString& startedAt = QString(), const QString& cpuModel = QString(),
+                   const QJsonValue& disturbed = QJsonValue()) {
         QJsonObject record = pattern;
+        record.insert("disturbed", disturbed);
         record.insert("host", host);
         record.insert("ps_result", ps);
         if (!startedAt.isEmpty()) {
@@ -198,6 +201,32 @@ QByteArray patched(const QByteArray& summary, const char* patch) {
         root.insert(list, entries);
     }
     return QJsonDocument(root).toJson();
+}
+
+// A run that other work disturbed decides nothing: compare judges n0 on its older run and says
+// why the newest was left out; check cannot decide while no undisturbed run is recent enough.
+TEST_F(FleetCompareProgram, DisturbedRunsDecideNothing) {
+    const QString later = QDateTime::currentDateTimeUtc().toString(Qt::ISODate);
+    addRecord("fleet/n0/n0-busy.json", "n0", 5.0, later, QString(),
+              QJsonArray{"other work used 0.93 of the worker's CPU"});
+    const FleetResult compared = runFleet(
+        {"compare", "--format", "csv", "--summary", path("fleet/summary.json"), path("fleet")});
+    EXPECT_EQ(compared.status, 0) << compared.out.toStdString();
+    EXPECT_TRUE(compared.out.contains(",no,,21.400,21.500,0.995,-1.35,10.753,10.753,,2,2,"))
+        << compared.out.toStdString();
+    EXPECT_TRUE(
+        compared.out.contains((later + ": other work used 0.93 of the worker's CPU,\n").toUtf8()))
+        << compared.out.toStdString();
+    const QString test = pattern.value("test").toString();
+    for (const auto& [maxAge, status, line] :
+         {std::tuple<const char*, int, const char*>{"3650d", 0, "healthy: "},
+          {"1s", 8, "cannot decide: the SingleSpeed run of n0 at "}}) {
+        const FleetResult checked =
+            runFleet({"check", "--summary", path("fleet/summary.json"), "--host", "n0", "--test",
+                      test, "--max-age", maxAge, path("fleet")});
+        EXPECT_EQ(checked.status, status) << checked.out.toStdString();
+        EXPECT_TRUE(checked.out.startsWith(line)) << checked.out.toStdString();
+    }
 }
 
 // check decides only on a summary that compare could have written of the records it is given,

@@ -77,12 +77,13 @@ TEST_F(FleetReport, CompareAddsDriftColumnsAfterTheOthers) {
     EXPECT_EQ(csv.out.split('\n')[0],
               "host,test,started_at,flagged,reason,ps_result,group_median,ratio,robust_z,"
               "min_thread_ps,median_thread_ps,cv,records,logical_cpus,cpu_model,file,drift_at,"
-              "drift_median_before,drift_median_after,drift_ratio,drift_p");
+              "drift_median_before,drift_median_after,drift_ratio,drift_p,newest_disturbed,"
+              "likely_cause");
     for (const Series& series : kSeries) {
         // Its flagged and reason fields, then its drift_at and drift_ratio.
         const QRegularExpressionMatch row =
             QRegularExpression("\n" + QRegularExpression::escape(series.host) +
-                               ",SingleSpeed,[^,]*,([^\n]*),([^,]*),[^,]*,[^,]*,([^,]*),[^,]*\n")
+                               ",SingleSpeed,[^,]*,([^\n]*),([^,]*),[^,]*,[^,]*,([^,]*),[^,]*,,\n")
                 .match(QString::fromUtf8(csv.out));
         EXPECT_TRUE(row.captured(1).startsWith(series.flagged)) << row.captured(0).toStdString();
         const QString ratio = row.captured(3).isEmpty()
