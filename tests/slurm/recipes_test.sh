@@ -219,7 +219,7 @@ grep -qx -- --dependency=afterany:101:102:103 "$stub/job-104.args" || fail "repo
 mkdir -p "$odd/bin"
 cp "$stub/bin/corebench-fleet" "$odd/bin/corebench-fleet"
 sh "$stub/job-101.sh" || fail "the benchmark job script failed"
-[ "$(cat "$stub/run_args")" = "<run><--out><$odd/records><--corebench><$odd/bin/core bench><--><SingleSpeed>" ] ||
+[ "$(cat "$stub/run_args")" = "<run><--reruns><2><--pause><60><--out><$odd/records><--corebench><$odd/bin/core bench><--><SingleSpeed>" ] ||
   fail "the benchmark job ran: $(cat "$stub/run_args")"
 report_base=$(printf '%s\n' "$out" | awk '$1 == "report" { sub(/^report [0-9]+ /, ""); print }')
 report_base=${report_base%.txt}
@@ -246,6 +246,11 @@ out=$("$contrib/corebench-sweep" --out "$tmp/records" --nodes n2,n4 2>&1) && fai
 [ ! -e "$stub/jobs" ] || fail "a sweep with no usable node submitted jobs"
 "$contrib/corebench-sweep" --partition farm >/dev/null 2>&1 && fail "a sweep without --out succeeded"
 "$contrib/corebench-sweep" --out "$tmp/records" --time 0 >/dev/null 2>&1 && fail "a zero time limit was taken"
+for bad in "--reruns 11" "--pause 3601" "--pause 1e3"; do
+  # shellcheck disable=SC2086 # the option and its value
+  "$contrib/corebench-sweep" --out "$tmp/records" $bad >/dev/null 2>&1 && fail "sweep took $bad"
+done
+[ ! -e "$stub/jobs" ] || fail "a refused sweep submitted jobs"
 
 # ---------------------------------------------------------------- weights
 # The real corebench-fleet weighs the nodes from records of its own format. A CPU name holding a
