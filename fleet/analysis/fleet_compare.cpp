@@ -126,6 +126,16 @@ CompareRow judgeRecord(const LoadedRecord& loaded, const GroupStats* group,
     if (record.conditions) {
         row.likelyCauses = record.conditions->likelyCauses;
     }
+    if (group != nullptr && group->medianMhz && record.mhzCurrent &&
+        static_cast<double>(*record.mhzCurrent) < kMinClockRatio * *group->medianMhz) {
+        row.likelyCauses << QStringLiteral(
+                                "the clock under load, %1 MHz, is %2 of its group's "
+                                "median %3 MHz")
+                                .arg(*record.mhzCurrent)
+                                .arg(number(
+                                    static_cast<double>(*record.mhzCurrent) / *group->medianMhz, 2))
+                                .arg(number(*group->medianMhz, 0));
+    }
     if (isDisturbed(record)) {
         row.disturbed = true;
         row.newestDisturbedAt = record.startedAt;
@@ -172,12 +182,16 @@ std::vector<CompareRow> compareRecords(const std::vector<LoadedRecord>& records,
         }
     }
     std::map<GroupKey, std::pair<std::vector<double>, QStringList>> groupScores;
+    std::map<GroupKey, std::vector<double>> groupClocks;
     for (const auto& entry : judged) {
         const Record& record = records[entry.second].record;
         if (record.psResult && !isDisturbed(record)) {
             auto& group = groupScores[groupOf(record)];
             group.first.push_back(*record.psResult);
             group.second << record.host;
+            if (record.mhzCurrent) {
+                groupClocks[groupOf(record)].push_back(static_cast<double>(*record.mhzCurrent));
+            }
         }
     }
     // Each group's statistics once, however many rows share them.
@@ -185,6 +199,10 @@ std::vector<CompareRow> compareRecords(const std::vector<LoadedRecord>& records,
     for (auto& entry : groupScores) {
         GroupStats group = groupStats(entry.first, std::move(entry.second.first));
         group.members = std::move(entry.second.second);
+        const auto clocks = groupClocks.find(entry.first);
+        if (clocks != groupClocks.end()) {
+            group.medianMhz = median(clocks->second);
+        }
         stats.emplace(entry.first, std::move(group));
     }
     std::vector<std::pair<GroupKey, CompareRow>> rows;

@@ -71,7 +71,13 @@ struct GroupStats {
     double median = 0.0;
     std::optional<double> mad;  // median absolute deviation, from 3 scores up
     QStringList members;        // the hosts whose scores these are
+    // The median of the members' clocks under load (mhz_current, which corebench reads halfway
+    // through its run); none when no member's is known.
+    std::optional<double> medianMhz;
 };
+
+// A node whose clock under load is below this share of its group's median has a likely cause.
+constexpr double kMinClockRatio = 0.9;
 
 // The median and MAD of scores, which must not be empty.
 GroupStats groupStats(GroupKey key, std::vector<double> scores);

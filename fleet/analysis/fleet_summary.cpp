@@ -13,7 +13,7 @@
 namespace {
 
 const char kKind[] = "corebench-summary";
-// 3 added each host's likely cause.
+// 3 added each host's likely cause and each group's median clock.
 constexpr int kSchema = 3;
 
 QString isoTime(const QDateTime& time) {
@@ -106,7 +106,8 @@ bool readGroup(const QJsonObject& object, Reader& read, GroupStats* group) {
     if (!read.string("cpu_model", &group->key.cpuModel) ||
         !read.number("logical_cpus", -1, kMaxCpus, &cpus) || !read.name("test", &group->key.test) ||
         !read.number("median", 0, kMaxScorePs, &median) ||
-        !read.number("mad", 0, kMaxScorePs, &group->mad, true)) {
+        !read.number("mad", 0, kMaxScorePs, &group->mad, true) ||
+        !read.number("median_mhz", 0, kMaxMhz, &group->medianMhz, true)) {
         return false;
     }
     if (*cpus != std::floor(*cpus)) {
@@ -172,6 +173,7 @@ QByteArray summaryToJson(const std::vector<CompareRow>& rows, const std::vector<
             {QStringLiteral("test"), group.key.test},
             {QStringLiteral("median"), group.median},
             {QStringLiteral("mad"), optionalNumber(group.mad)},
+            {QStringLiteral("median_mhz"), optionalNumber(group.medianMhz)},
             {QStringLiteral("members"), QJsonArray::fromStringList(group.members)},
         });
     }
