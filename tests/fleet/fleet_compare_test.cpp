@@ -8,6 +8,7 @@
 
 #include "compare_drift.h"
 #include "compare_format.h"
+#include "compare_html.h"
 #include "fleet_summary.h"
 #include "fleet_test_support.h"
 #include "node_verdict.h"
@@ -184,6 +185,11 @@ TEST(FleetCompare, JudgesTheNewestUndisturbedRunAndShowsTheNewest) {
         line("busy").endsWith(",2026-11-02T12:00:00Z: other work used 0.52 of the worker's CPU,"));
     EXPECT_TRUE(
         line("slow").endsWith(",,governor powersave holds the clock at its lowest on CPUs 0-1"));
+    // The report marks the node it could not judge apart: a hollow mark, a grey row.
+    const QString html =
+        QString::fromUtf8(formatCompareHtml(rows, hostHistories(records), CompareOptions()));
+    EXPECT_EQ(html.count("<circle class=\"mark disturbed\""), 1);
+    EXPECT_EQ(html.count("<tr class=\"disturbed\"><td>onlybusy</td>"), 1);
     // Only a flagged node has a likely cause to show.
     rows = compareRecords({node("a", 100.0), node("b", 101.0), powersaveNode("slow", 99)},
                           CompareOptions());
