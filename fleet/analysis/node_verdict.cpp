@@ -125,7 +125,8 @@ NodeVerdict decideNode(const FleetSummary& summary, const std::vector<LoadedReco
 }
 
 std::optional<qint64> parseAge(const QString& text) {
-    static const QRegularExpression pattern(QStringLiteral("^([0-9]{1,10})([smhd]?)$"));
+    static const QRegularExpression pattern(
+        QRegularExpression::anchoredPattern(QStringLiteral("([0-9]{1,10})([smhd]?)")));
     const QRegularExpressionMatch match = pattern.match(text);
     if (!match.hasMatch()) {
         return std::nullopt;

@@ -6,7 +6,9 @@
 #include "test_names.h"
 
 bool isValidName(const QString& name) {
-    static const QRegularExpression pattern(QStringLiteral("^[A-Za-z0-9][A-Za-z0-9._-]{0,62}$"));
+    // Anchored at the very end: '$' alone would also match before a final line feed.
+    static const QRegularExpression pattern(
+        QRegularExpression::anchoredPattern(QStringLiteral("[A-Za-z0-9][A-Za-z0-9._-]{0,62}")));
     return pattern.match(name).hasMatch();
 }
 

@@ -255,7 +255,7 @@ TEST(NodeVerdict, DrainsOnOwnDriftOnlyWhenAsked) {
 }
 
 TEST(NodeVerdict, AgesWithinTenYears) {
-    for (const char* bad : {"3651d", "0", "8w", "", "-1", "999999999999999d"}) {
+    for (const char* bad : {"3651d", "0", "8w", "", "-1", "999999999999999d", "8d\n"}) {
         EXPECT_FALSE(parseAge(bad)) << bad;
     }
     const std::pair<const char*, qint64> good[] = {

@@ -269,6 +269,7 @@ TEST(FleetProgram, RefusesBadArgumentsWithStatus2) {
         // A name that would make CSV rows, start an option or leave the folder.
         {{"import", "--host", "n1\nn2,drain", log}, "is not valid"},
         {{"import", "--host", "-rf", log}, "is not valid"},
+        {{"import", "--host", "node01\n", log}, "is not valid"},
         {{"compare"}, "at least one PATH"},
         {{"compare", dir.path()}, "no records found"},
         {{"compare", "--format", "xml", dir.path()}, "--format must be"},

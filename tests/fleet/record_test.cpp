@@ -116,6 +116,7 @@ TEST(RecordNames, ValidNamesAndFileNames) {
                                                          {"a/b", false},
                                                          {"a,b", false},
                                                          {"n1\nn2", false},
+                                                         {"n1\n", false},
                                                          {"n\xc3\xa4", false}}) {
         EXPECT_EQ(isValidName(name), valid) << name.toStdString();
     }
