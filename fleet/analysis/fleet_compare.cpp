@@ -7,6 +7,8 @@
 #include <tuple>
 #include <utility>
 
+#include "record_files.h"
+
 namespace {
 
 // Scales the median absolute deviation to a standard deviation for normal data.
@@ -165,9 +167,7 @@ std::vector<CompareRow> compareRecords(const std::vector<LoadedRecord>& records,
             newest.emplace(key, i);
             continue;
         }
-        const LoadedRecord& current = records[found->second];
-        if (std::make_pair(record.startedAt, records[i].file) >
-            std::make_pair(current.record.startedAt, current.file)) {
+        if (startedBefore(records[found->second], records[i])) {
             found->second = i;
         }
     }

@@ -2,8 +2,11 @@
 
 #include <QRegularExpression>
 #include <QStringList>
+#include <algorithm>
 
 #include "compare_drift.h"
+#include "record_files.h"
+#include "test_names.h"
 
 namespace {
 
@@ -15,10 +18,6 @@ struct Newest {
     std::optional<double> psResult;
     QStringList flags;  // compare's reasons
 };
-
-bool sameTest(const QString& a, const QString& b) {
-    return a.compare(b, Qt::CaseInsensitive) == 0;
-}
 
 const GroupStats* groupFor(const FleetSummary& summary, const Record& record) {
     const GroupKey key = groupOf(record);
@@ -35,17 +34,14 @@ std::optional<Newest> newestOf(const FleetSummary& summary,
                                const CheckRequest& request) {
     const LoadedRecord* own = nullptr;
     for (const LoadedRecord& loaded : ownRecords) {
-        if (loaded.record.host != request.host || !sameTest(loaded.record.test, request.test)) {
-            continue;
-        }
-        if (own == nullptr || std::make_pair(loaded.record.startedAt, loaded.file) >
-                                  std::make_pair(own->record.startedAt, own->file)) {
+        if (loaded.record.host == request.host && loaded.record.test == request.test &&
+            (own == nullptr || startedBefore(*own, loaded))) {
             own = &loaded;
         }
     }
     const SummaryHost* judged = nullptr;
     for (const SummaryHost& host : summary.hosts) {
-        if (host.host == request.host && sameTest(host.test, request.test)) {
+        if (host.host == request.host && canonicalTestName(host.test) == request.test) {
             judged = &host;
         }
     }
@@ -69,9 +65,8 @@ std::optional<ChangePoint> ownDrift(const std::vector<LoadedRecord>& ownRecords,
                                     const CheckRequest& request) {
     std::vector<LoadedRecord> mine;
     for (const LoadedRecord& loaded : ownRecords) {
-        if (loaded.record.host == request.host && sameTest(loaded.record.test, request.test)) {
+        if (loaded.record.host == request.host && loaded.record.test == request.test) {
             mine.push_back(loaded);
-            mine.back().record.test = request.test;  // one series, whatever the case
         }
     }
     const std::map<HistoryKey, HostHistory> histories = hostHistories(mine);
@@ -124,6 +119,24 @@ NodeVerdict decideNode(const FleetSummary& summary, const std::vector<LoadedReco
     return {Verdict::Drain, QStringLiteral("drain: ") + reasons.join(QStringLiteral("; "))};
 }
 
+bool needsOlderRecords(const std::vector<LoadedRecord>& newestFirst, const CheckRequest& request) {
+    if (!request.driftFraction || newestFirst.size() >= kDriftHistoryRecords) {
+        return false;
+    }
+    // Drift leaves runs without a score out, and a run in another configuration (CPU model or
+    // count) than the newest scored one lies before the current configuration began.
+    const auto scored = [](const Record& record) {
+        return record.psResult && *record.psResult > 0;
+    };
+    const auto newest =
+        std::find_if(newestFirst.begin(), newestFirst.end(),
+                     [&](const LoadedRecord& loaded) { return scored(loaded.record); });
+    const Record& last = newestFirst.back().record;
+    return newest == newestFirst.end() || !scored(last) ||
+           (last.cpuModel == newest->record.cpuModel &&
+            last.logicalCpus == newest->record.logicalCpus);
+}
+
 std::optional<qint64> parseAge(const QString& text) {
     static const QRegularExpression pattern(
         QRegularExpression::anchoredPattern(QStringLiteral("([0-9]{1,10})([smhd]?)")));
@@ -139,7 +152,7 @@ std::optional<qint64> parseAge(const QString& text) {
                                                       : 1;
     // count < 10^10 and scale <= 86400: the product stays far below 2^63.
     const qint64 seconds = count * scale;
-    if (seconds < 1 || seconds > kMaxAgeS) {
+    if (seconds > kMaxAgeS) {
         return std::nullopt;
     }
     return seconds;

@@ -16,8 +16,8 @@
 #include "log_parser.h"
 #include "prom_file.h"
 #include "pseudo_terminal.h"
+#include "record_files.h"
 #include "record_from_log.h"
-#include "record_json.h"
 #include "record_names.h"
 #include "safe_file.h"
 #include "test_names.h"
@@ -204,7 +204,16 @@ int runCommand(const QStringList& arguments) {
     if (!warning.isEmpty()) {
         printMessage(warning);
     }
-    const QString written = publishNewFile(recordPath, recordToBytes(record), &error);
+    // What a reader would refuse is not written: the node would never be judged again.
+    const std::optional<QByteArray> bytes =
+        recordFileBytes(record, QDateTime::currentDateTimeUtc(), &error);
+    if (!bytes) {
+        printMessage(QStringLiteral("no record written, as a reader would refuse it: %1; the raw "
+                                    "log is kept in %2")
+                         .arg(error, logName));
+        return kStatusUsage;
+    }
+    const QString written = publishNewFile(recordPath, *bytes, &error);
     if (written.isEmpty()) {
         printMessage(error);
         return kStatusUnwritable;

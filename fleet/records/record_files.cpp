@@ -4,6 +4,8 @@
 #include <QFileInfo>
 #include <algorithm>
 #include <set>
+#include <tuple>
+#include <utility>
 
 #include "record_json.h"
 #include "record_names.h"
@@ -13,37 +15,48 @@ namespace {
 
 class Loader {
   public:
-    Loader(const QDateTime& now) : now_(now) {}
+    explicit Loader(const QDateTime& now) : now_(now) {}
 
-    void file(const QString& path) {
+    // Reads one record file; a record of another host than expectedHost, when one is given, is
+    // a problem. Nothing when the file gave no record or was read already.
+    std::optional<Record> read(const QString& path, const QString& expectedHost) {
         FileIdentity identity;
         QString error;
         const std::optional<QByteArray> bytes =
             readRegularFile(path, kMaxRecordBytes, &identity, &error);
         if (!bytes) {
             problem(path, error);
-            return;
+            return std::nullopt;
         }
         // A record named twice (a folder and a file in it) still counts once.
         if (!seen_.insert(identity).second) {
-            return;
+            return std::nullopt;
         }
-        std::optional<Record> record = recordFromJson(*bytes, &error);
+        std::optional<Record> record = recordFromFileBytes(*bytes, now_, &error);
         if (!record) {
             problem(path, QStringLiteral("invalid record: ") + error);
-        } else if (record->startedAt.secsTo(now_) < -kMaxFutureSecs) {
-            problem(path, QStringLiteral("invalid record: \"started_at\" %1 is in the future")
-                              .arg(record->startedAt.toString(Qt::ISODate)));
-        } else {
+        } else if (!expectedHost.isEmpty() && record->host != expectedHost) {
+            problem(path,
+                    QStringLiteral("a record of host \"%1\" in the records of \"%2\", left out")
+                        .arg(record->host, expectedHost));
+            record.reset();
+        }
+        return record;
+    }
+
+    void file(const QString& path, const QString& expectedHost = QString()) {
+        std::optional<Record> record = read(path, expectedHost);
+        if (record) {
             load_.records.push_back({std::move(*record), path});
         }
     }
 
-    // Every *.json below the folder; links are named, not followed.
-    void folder(const QString& path, bool followLink) {
+    // Every *.json below the folder; links are named, not followed. The folders below a named
+    // one are host folders: each record in one is of the host it is named after.
+    void folder(const QString& path, bool named) {
         std::vector<FolderEntry> entries;
         QString error;
-        if (!listFolder(path, followLink, &entries, &error)) {
+        if (!listFolder(path, named, &entries, &error)) {
             problem(path, error);
             return;
         }
@@ -51,6 +64,7 @@ class Loader {
         std::sort(entries.begin(), entries.end(),
                   [](const FolderEntry& a, const FolderEntry& b) { return a.name < b.name; });
         const QDir dir(path);
+        const QString host = named ? QString() : QFileInfo(path).fileName();
         for (const FolderEntry& entry : entries) {
             const QString child = dir.filePath(entry.name);
             if (entry.kind == FolderEntry::kFolder) {
@@ -60,7 +74,7 @@ class Loader {
             } else if (entry.kind == FolderEntry::kLink) {
                 problem(child, QStringLiteral("a symbolic link, not read"));
             } else {
-                file(child);  // which names anything but a regular file
+                file(child, host);  // which names anything but a regular file
             }
         }
     }
@@ -69,7 +83,13 @@ class Loader {
         load_.problems << QStringLiteral("%1: %2").arg(path, reason);
     }
 
-    RecordLoad take() { return std::move(load_); }
+    bool failed() const { return !load_.problems.isEmpty(); }
+    std::vector<LoadedRecord>& records() { return load_.records; }
+
+    RecordLoad take() {
+        std::sort(load_.records.begin(), load_.records.end(), startedBefore);
+        return std::move(load_);
+    }
 
   private:
     QDateTime now_;
@@ -78,6 +98,44 @@ class Loader {
 };
 
 }  // namespace
+
+std::optional<Record> recordFromFileBytes(const QByteArray& bytes, const QDateTime& now,
+                                          QString* error) {
+    std::optional<Record> record = recordFromJson(bytes, error);
+    if (record && record->startedAt.secsTo(now) < -kMaxFutureSecs) {
+        *error = QStringLiteral("\"started_at\" %1 is in the future")
+                     .arg(record->startedAt.toString(Qt::ISODate));
+        return std::nullopt;
+    }
+    return record;
+}
+
+std::optional<QByteArray> recordFileBytes(const Record& record, const QDateTime& now,
+                                          QString* error) {
+    const QByteArray bytes = recordToBytes(record);
+    if (bytes.size() > kMaxRecordBytes) {
+        *error = QStringLiteral("the record would be %1 bytes, larger than the %2 a reader takes")
+                     .arg(bytes.size())
+                     .arg(kMaxRecordBytes);
+        return std::nullopt;
+    }
+    if (!recordFromFileBytes(bytes, now, error)) {
+        return std::nullopt;
+    }
+    return bytes;
+}
+
+bool startedBefore(const LoadedRecord& a, const LoadedRecord& b) {
+    if (a.record.startedAt != b.record.startedAt) {
+        return a.record.startedAt < b.record.startedAt;
+    }
+    const auto copy = [](const QString& file) {
+        return copyNumberOf(file.mid(file.lastIndexOf(QLatin1Char('/')) + 1));
+    };
+    const int copyA = copy(a.file);
+    const int copyB = copy(b.file);
+    return copyA != copyB ? copyA < copyB : a.file < b.file;
+}
 
 RecordLoad loadRecords(const QStringList& paths, const QDateTime& now) {
     Loader loader(now);
@@ -120,4 +178,53 @@ QStringList hostRecordPaths(const QString& records, const QString& host, QString
     }
     std::sort(paths.begin(), paths.end());
     return paths;
+}
+
+RecordLoad loadHostRecords(const QString& records, const QString& host, const QDateTime& now) {
+    Loader loader(now);
+    QStringList problems;
+    for (const QString& path : hostRecordPaths(records, host, &problems)) {
+        loader.file(path, host);
+    }
+    RecordLoad load = loader.take();
+    load.problems = problems + load.problems;
+    return load;
+}
+
+RecordLoad loadNewestRecords(const QString& records, const QString& host, const QString& test,
+                             const QDateTime& now,
+                             const std::function<bool(const std::vector<LoadedRecord>&)>& more) {
+    Loader loader(now);
+    QStringList problems;
+    // The names first: they order the files without opening any.
+    std::vector<std::pair<RecordFileName, QString>> named;
+    for (const QString& path : hostRecordPaths(records, host, &problems)) {
+        const std::optional<RecordFileName> name = parseRecordFileName(QFileInfo(path).fileName());
+        if (!name || name->host != host) {
+            problems << QStringLiteral("%1: not named as a record of %2 (%2-<test>-<time>.json)")
+                            .arg(path, host);
+        } else if (name->test == test) {
+            named.emplace_back(*name, path);
+        }
+    }
+    if (!problems.isEmpty()) {
+        return {{}, problems};
+    }
+    std::sort(named.begin(), named.end(), [](const auto& a, const auto& b) {
+        return std::make_tuple(a.first.startedAt, a.first.copy, a.second) >
+               std::make_tuple(b.first.startedAt, b.first.copy, b.second);
+    });
+    for (size_t i = 0; i < named.size() && !loader.failed() && (i == 0 || more(loader.records()));
+         ++i) {
+        const RecordFileName& name = named[i].first;
+        const QString& path = named[i].second;
+        std::optional<Record> record = loader.read(path, host);
+        if (record && (record->test != name.test || record->startedAt != name.startedAt)) {
+            loader.problem(path, QStringLiteral("the record says %1 at %2, its name otherwise")
+                                     .arg(record->test, record->startedAt.toString(Qt::ISODate)));
+        } else if (record) {
+            loader.records().push_back({std::move(*record), path});
+        }
+    }
+    return loader.take();
 }

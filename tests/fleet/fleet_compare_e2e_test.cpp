@@ -15,7 +15,7 @@ class FleetCompareProgram : public ::testing::Test {
   protected:
     void SetUp() override {
         // One real record, imported from a captured log, is the pattern of the others; five
-        // nodes close together stand in nested folders.
+        // nodes close together stand in their host folders, nested in rack folders.
         const FleetResult seed =
             runFleet({"import", "--out", path("seed"), FLEET_TEST_DATA "/singlespeed-plain.log"});
         ASSERT_EQ(seed.status, 0) << seed.err.toStdString();
@@ -25,7 +25,7 @@ class FleetCompareProgram : public ::testing::Test {
                       .object();
         ASSERT_FALSE(pattern.isEmpty());
         for (int i = 0; i < 5; ++i) {
-            addRecord(QStringLiteral("fleet/rack%1/n%2.json").arg(i % 2).arg(i),
+            addRecord(QStringLiteral("fleet/rack%1/n%2/n%2.json").arg(i % 2).arg(i),
                       QStringLiteral("n%1").arg(i), 21.4 + 0.05 * i);
         }
     }
@@ -47,7 +47,7 @@ TEST_F(FleetCompareProgram, ExitsZeroOrOneByWhatItFinds) {
     // Five nodes from nested folders, one also named on its own: each counts once (one record).
     // How rows are judged and formatted is FleetCompare's and CompareFormat's.
     const FleetResult clean =
-        runFleet({"compare", "--format", "csv", path("fleet"), path("fleet/rack0/n0.json")});
+        runFleet({"compare", "--format", "csv", path("fleet"), path("fleet/rack0/n0/n0.json")});
     EXPECT_EQ(clean.status, 0) << clean.err.toStdString();
     EXPECT_TRUE(clean.err.isEmpty());
     EXPECT_EQ(clean.out.count(",no,,"), 5) << clean.out.toStdString();

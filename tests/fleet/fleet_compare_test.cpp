@@ -203,7 +203,6 @@ TEST(NodeVerdict, DecidesFromTheSummaryAndNewerOwnRecords) {
     };
     const Row table[] = {
         {"n1", "All", {node("n1", 100)}, {}, {}, "healthy: All 100.000 PS at 2026-11-01T12:00:00Z"},
-        {"n1", "all", {}, {}, {}, "healthy: all 100.000 PS at 2026-11-01T12:00:00Z"},
         {"n6", "All", {node("n6", 60)}, {}, {}, "drain: flagged by compare (robust z -"},
         // Newer than the summary: judged against the summary's group.
         {"n6", "All", {later("n6", 100)}, {}, {}, "healthy: All 100.000 PS at 2026-11-02"},
@@ -243,23 +242,24 @@ TEST(NodeVerdict, DrainsOnOwnDriftOnlyWhenAsked) {
             QDateTime(QDate(2026, 11, 2), QTime(0, 0), Qt::UTC).addSecs(3600 * i);
     }
     const std::pair<std::optional<double>, const char*> table[] = {
-        {{}, "healthy: ALL 97.300 PS"},
-        {0.05, "healthy: ALL 97.300 PS"},
+        {{}, "healthy: All 97.300 PS"},
+        {0.05, "healthy: All 97.300 PS"},
         {0.03, "drain: drift: -3.3% since 2026-11-03 (p < 0.0001)"},
     };
     for (const auto& [drift, line] : table) {
-        CheckRequest request{"n1", "ALL", {}, {}, "", "/records", {}, drift};
+        CheckRequest request{"n1", "All", {}, {}, "", "/records", {}, drift};
         const QString got = decideNode(*compared.summary, own, request).line;
         EXPECT_TRUE(got.startsWith(QLatin1String(line))) << got.toStdString();
     }
 }
 
 TEST(NodeVerdict, AgesWithinTenYears) {
-    for (const char* bad : {"3651d", "0", "8w", "", "-1", "999999999999999d", "8d\n"}) {
+    for (const char* bad : {"3651d", "8w", "", "-1", "999999999999999d", "8d\n"}) {
         EXPECT_FALSE(parseAge(bad)) << bad;
     }
     const std::pair<const char*, qint64> good[] = {
-        {"3600", 3600}, {"90m", 5400}, {"36h", 129600}, {"8d", 691200}, {"3650d", 315360000}};
+        {"0", 0},        {"0d", 0},      {"3600", 3600},      {"90m", 5400},
+        {"36h", 129600}, {"8d", 691200}, {"3650d", 315360000}};
     for (const auto& row : good) {
         EXPECT_EQ(parseAge(row.first), row.second) << row.first;
     }
