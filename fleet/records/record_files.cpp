@@ -86,9 +86,29 @@ class Loader {
     bool failed() const { return !load_.problems.isEmpty(); }
     std::vector<LoadedRecord>& records() { return load_.records; }
 
+    // The records ordered by startedBefore, each file's copy number worked out once: the records
+    // of a sweep share their second by the thousand.
     RecordLoad take() {
-        std::sort(load_.records.begin(), load_.records.end(), startedBefore);
-        return std::move(load_);
+        std::vector<std::tuple<qint64, int, size_t>> keys;
+        keys.reserve(load_.records.size());
+        for (size_t i = 0; i < load_.records.size(); ++i) {
+            const LoadedRecord& loaded = load_.records[i];
+            keys.emplace_back(loaded.record.startedAt.toMSecsSinceEpoch(),
+                              copyNumberOf(QFileInfo(loaded.file).fileName()), i);
+        }
+        std::sort(keys.begin(), keys.end(), [this](const auto& a, const auto& b) {
+            return std::tie(std::get<0>(a), std::get<1>(a)) !=
+                           std::tie(std::get<0>(b), std::get<1>(b))
+                       ? a < b
+                       : load_.records[std::get<2>(a)].file < load_.records[std::get<2>(b)].file;
+        });
+        RecordLoad load;
+        load.problems = std::move(load_.problems);
+        load.records.reserve(keys.size());
+        for (const auto& key : keys) {
+            load.records.push_back(std::move(load_.records[std::get<2>(key)]));
+        }
+        return load;
     }
 
   private:
@@ -96,6 +116,36 @@ class Loader {
     RecordLoad load_;
     std::set<FileIdentity> seen_;
 };
+
+// The record files of one host as folder and name: those in its own folder, and those of the
+// old flat layout in the records folder.
+std::vector<std::pair<QString, QString>> hostRecordFiles(const QString& records,
+                                                         const QString& host,
+                                                         QStringList* problems) {
+    std::vector<std::pair<QString, QString>> files;
+    std::vector<FolderEntry> entries;
+    QString error;
+    const QString own = hostFolder(records, host);
+    if (listFolder(own, false, &entries, &error)) {
+        for (FolderEntry& entry : entries) {
+            if (entry.kind != FolderEntry::kFolder && entry.name.endsWith(QLatin1String(".json"))) {
+                files.emplace_back(own, std::move(entry.name));
+            }
+        }
+    } else if (QFileInfo::exists(own) || QFileInfo(own).isSymLink()) {
+        *problems << QStringLiteral("%1: %2").arg(own, error);
+    }
+    entries.clear();
+    if (!listFolder(records, true, &entries, &error)) {
+        *problems << QStringLiteral("%1: %2").arg(records, error);
+    }
+    for (FolderEntry& entry : entries) {
+        if (entry.kind != FolderEntry::kFolder && isFlatRecordOf(entry.name, host)) {
+            files.emplace_back(records, std::move(entry.name));
+        }
+    }
+    return files;
+}
 
 }  // namespace
 
@@ -129,9 +179,7 @@ bool startedBefore(const LoadedRecord& a, const LoadedRecord& b) {
     if (a.record.startedAt != b.record.startedAt) {
         return a.record.startedAt < b.record.startedAt;
     }
-    const auto copy = [](const QString& file) {
-        return copyNumberOf(file.mid(file.lastIndexOf(QLatin1Char('/')) + 1));
-    };
+    const auto copy = [](const QString& file) { return copyNumberOf(QFileInfo(file).fileName()); };
     const int copyA = copy(a.file);
     const int copyB = copy(b.file);
     return copyA != copyB ? copyA < copyB : a.file < b.file;
@@ -155,26 +203,8 @@ RecordLoad loadRecords(const QStringList& paths, const QDateTime& now) {
 
 QStringList hostRecordPaths(const QString& records, const QString& host, QStringList* problems) {
     QStringList paths;
-    std::vector<FolderEntry> entries;
-    QString error;
-    const QString own = hostFolder(records, host);
-    if (listFolder(own, false, &entries, &error)) {
-        for (const FolderEntry& entry : entries) {
-            if (entry.kind != FolderEntry::kFolder && entry.name.endsWith(QLatin1String(".json"))) {
-                paths << QDir(own).filePath(entry.name);
-            }
-        }
-    } else if (QFileInfo::exists(own) || QFileInfo(own).isSymLink()) {
-        *problems << QStringLiteral("%1: %2").arg(own, error);
-    }
-    entries.clear();
-    if (!listFolder(records, true, &entries, &error)) {
-        *problems << QStringLiteral("%1: %2").arg(records, error);
-    }
-    for (const FolderEntry& entry : entries) {
-        if (entry.kind != FolderEntry::kFolder && isFlatRecordOf(entry.name, host)) {
-            paths << QDir(records).filePath(entry.name);
-        }
+    for (const auto& [folder, name] : hostRecordFiles(records, host, problems)) {
+        paths << QDir(folder).filePath(name);
     }
     std::sort(paths.begin(), paths.end());
     return paths;
@@ -196,30 +226,38 @@ RecordLoad loadNewestRecords(const QString& records, const QString& host, const 
                              const std::function<bool(const std::vector<LoadedRecord>&)>& more) {
     Loader loader(now);
     QStringList problems;
-    // The names first: they order the files without opening any.
-    std::vector<std::pair<RecordFileName, QString>> named;
-    for (const QString& path : hostRecordPaths(records, host, &problems)) {
-        const std::optional<RecordFileName> name = parseRecordFileName(QFileInfo(path).fileName());
+    // The names first: they order the files without opening any. A host with years of records
+    // has a hundred thousand of them, so each is taken apart once and sorted by plain numbers.
+    struct Named {
+        qint64 startedAt;  // seconds
+        int copy;
+        QString folder;
+        QString name;
+    };
+    std::vector<Named> named;
+    for (auto& [folder, fileName] : hostRecordFiles(records, host, &problems)) {
+        const std::optional<RecordFileName> name = parseRecordFileName(fileName);
         if (!name || name->host != host) {
             problems << QStringLiteral("%1: not named as a record of %2 (%2-<test>-<time>.json)")
-                            .arg(path, host);
+                            .arg(QDir(folder).filePath(fileName), host);
         } else if (name->test == test) {
-            named.emplace_back(*name, path);
+            named.push_back({name->startedAt.toSecsSinceEpoch(), name->copy, std::move(folder),
+                             std::move(fileName)});
         }
     }
     if (!problems.isEmpty()) {
         return {{}, problems};
     }
-    std::sort(named.begin(), named.end(), [](const auto& a, const auto& b) {
-        return std::make_tuple(a.first.startedAt, a.first.copy, a.second) >
-               std::make_tuple(b.first.startedAt, b.first.copy, b.second);
+    std::sort(named.begin(), named.end(), [](const Named& a, const Named& b) {
+        return std::tie(a.startedAt, a.copy, a.folder, a.name) >
+               std::tie(b.startedAt, b.copy, b.folder, b.name);
     });
     for (size_t i = 0; i < named.size() && !loader.failed() && (i == 0 || more(loader.records()));
          ++i) {
-        const RecordFileName& name = named[i].first;
-        const QString& path = named[i].second;
+        const QString path = QDir(named[i].folder).filePath(named[i].name);
         std::optional<Record> record = loader.read(path, host);
-        if (record && (record->test != name.test || record->startedAt != name.startedAt)) {
+        if (record &&
+            (record->test != test || record->startedAt.toSecsSinceEpoch() != named[i].startedAt)) {
             loader.problem(path, QStringLiteral("the record says %1 at %2, its name otherwise")
                                      .arg(record->test, record->startedAt.toString(Qt::ISODate)));
         } else if (record) {
