@@ -13,6 +13,14 @@
 
 namespace {
 
+// What orders records, before their files' names: the start, then the number a rerun of the
+// same second took.
+using OrderKey = std::pair<qint64, int>;
+
+OrderKey orderKey(const LoadedRecord& loaded) {
+    return {loaded.record.startedAt.toMSecsSinceEpoch(), copyNumberOf(loaded.file)};
+}
+
 class Loader {
   public:
     explicit Loader(const QDateTime& now) : now_(now) {}
@@ -86,27 +94,22 @@ class Loader {
     bool failed() const { return !load_.problems.isEmpty(); }
     std::vector<LoadedRecord>& records() { return load_.records; }
 
-    // The records ordered by startedBefore, each file's copy number worked out once: the records
-    // of a sweep share their second by the thousand.
+    // The records ordered by startedBefore, each one's key worked out once: the records of a
+    // sweep share their second by the thousand. Records of one key stay in the order they were
+    // found, which is the folders' sorted order.
     RecordLoad take() {
-        std::vector<std::tuple<qint64, int, size_t>> keys;
+        std::vector<std::pair<OrderKey, size_t>> keys;
         keys.reserve(load_.records.size());
         for (size_t i = 0; i < load_.records.size(); ++i) {
-            const LoadedRecord& loaded = load_.records[i];
-            keys.emplace_back(loaded.record.startedAt.toMSecsSinceEpoch(),
-                              copyNumberOf(QFileInfo(loaded.file).fileName()), i);
+            keys.emplace_back(orderKey(load_.records[i]), i);
         }
-        std::sort(keys.begin(), keys.end(), [this](const auto& a, const auto& b) {
-            return std::tie(std::get<0>(a), std::get<1>(a)) !=
-                           std::tie(std::get<0>(b), std::get<1>(b))
-                       ? a < b
-                       : load_.records[std::get<2>(a)].file < load_.records[std::get<2>(b)].file;
-        });
+        std::stable_sort(keys.begin(), keys.end(),
+                         [](const auto& a, const auto& b) { return a.first < b.first; });
         RecordLoad load;
         load.problems = std::move(load_.problems);
         load.records.reserve(keys.size());
         for (const auto& key : keys) {
-            load.records.push_back(std::move(load_.records[std::get<2>(key)]));
+            load.records.push_back(std::move(load_.records[key.second]));
         }
         return load;
     }
@@ -179,10 +182,9 @@ bool startedBefore(const LoadedRecord& a, const LoadedRecord& b) {
     if (a.record.startedAt != b.record.startedAt) {
         return a.record.startedAt < b.record.startedAt;
     }
-    const auto copy = [](const QString& file) { return copyNumberOf(QFileInfo(file).fileName()); };
-    const int copyA = copy(a.file);
-    const int copyB = copy(b.file);
-    return copyA != copyB ? copyA < copyB : a.file < b.file;
+    const OrderKey keyA = orderKey(a);
+    const OrderKey keyB = orderKey(b);
+    return keyA != keyB ? keyA < keyB : a.file < b.file;
 }
 
 RecordLoad loadRecords(const QStringList& paths, const QDateTime& now) {
@@ -226,8 +228,9 @@ RecordLoad loadNewestRecords(const QString& records, const QString& host, const 
                              const std::function<bool(const std::vector<LoadedRecord>&)>& more) {
     Loader loader(now);
     QStringList problems;
-    // The names first: they order the files without opening any. A host with years of records
-    // has a hundred thousand of them, so each is taken apart once and sorted by plain numbers.
+    // The names first: they order the files as startedBefore orders records, without opening
+    // any. A host with years of records has a hundred thousand of them, so each is taken apart
+    // once and sorted by plain numbers.
     struct Named {
         qint64 startedAt;  // seconds
         int copy;

@@ -35,7 +35,7 @@ std::optional<QByteArray> recordFileBytes(const Record& record, const QDateTime&
 bool startedBefore(const LoadedRecord& a, const LoadedRecord& b);
 
 struct RecordLoad {
-    std::vector<LoadedRecord> records;  // ordered by startedBefore
+    std::vector<LoadedRecord> records;  // ordered by start and rerun number (startedBefore)
     QStringList problems;  // "<path>: <reason>" for each file or folder that gave no record
 };
 

@@ -41,7 +41,7 @@ std::optional<RecordFileName> parseRecordFileName(const QString& fileName);
 bool isFlatRecordOf(const QString& fileName, const QString& host);
 
 // For records that started in the same second: the number publishNewFile gave the file name,
-// "…Z.json" 1, "…Z-2.json" 2, "…Z-10.json" 10; 1 for a name without one.
+// "…Z.json" 1, "…Z-2.json" 2, "…Z-10.json" 10; 1 for a name without one. A path will do.
 int copyNumberOf(const QString& fileName);
 
 // The host name up to its first dot.
