@@ -350,7 +350,7 @@ TEST(FleetProgram, StatusSaysWhetherItWasCalledWrongOrLacksInput) {
         {{"check", dir.path()}, 2, "check needs --summary"},
         {check + QStringList{"--drift", "5", dir.path()}, 2, "--drift must be"},
         {check + QStringList{dir.filePath("none")}, 8, "cannot decide: cannot read the records"},
-        // Which file is missing is said on Linux; elsewhere the trust rule cannot be checked at all.
+        // Linux names the missing file; elsewhere the trust rule cannot be checked at all.
         {check + QStringList{dir.path()}, 8, "cannot decide: "},
     };
     for (const auto& [arguments, status, message] : cases) {
