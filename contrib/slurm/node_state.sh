@@ -2,7 +2,8 @@
 # Sourced by the Slurm recipes: how a node stands, as scontrol shows it.
 
 # read_node NODE: sets node_info to scontrol's description of the node, node_state to its State
-# (e.g. IDLE+DRAIN) and node_reason to its Reason without the "[user@time]" Slurm appends.
+# (e.g. IDLE+DRAIN) and node_reason to its Reason without the "[user@time]" Slurm appends; of a
+# reason that someone gave several lines, its first line.
 # Returns scontrol's status; on failure node_info holds scontrol's message. scontrol gets
 # SCONTROL_SECONDS (default 10) to answer: a hung slurmctld must not hang the caller.
 read_node() {
@@ -14,5 +15,5 @@ read_node() {
   node_state=$(printf '%s\n' "$node_info" |
     awk '{ for (i = 1; i <= NF; i++) if ($i ~ /^State=/) { print substr($i, 7); exit } }')
   node_reason=$(printf '%s\n' "$node_info" |
-    sed -n 's/^[[:space:]]*Reason=\(.*\) \[[^]]*\]$/\1/p' | head -n 1)
+    sed -n '/^[[:space:]]*Reason=/ { s/^[[:space:]]*Reason=//; s/ \[[^]]*\]$//; p; q; }')
 }

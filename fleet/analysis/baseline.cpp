@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "drift.h"
+#include "statistics.h"
 
 std::optional<double> baselineScore(const Record& latest, const std::vector<Record>& records) {
     std::vector<DriftRun> earlier;
@@ -27,6 +28,5 @@ std::optional<double> baselineScore(const Record& latest, const std::vector<Reco
     std::vector<double> scores;
     std::transform(last - count, last, std::back_inserter(scores),
                    [](const DriftRun& run) { return run.score; });
-    std::sort(scores.begin(), scores.end());
-    return count % 2 == 1 ? scores[count / 2] : (scores[count / 2 - 1] + scores[count / 2]) / 2;
+    return median(std::move(scores));
 }

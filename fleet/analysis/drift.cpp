@@ -5,6 +5,8 @@
 #include <cmath>
 #include <iterator>
 
+#include "statistics.h"
+
 // The method is E-Divisive means with a Student's t-test in place of its permutation test, in
 // sliding windows, in two passes:
 //
@@ -45,13 +47,7 @@ using QuietPolicy = policies::policy<policies::domain_error<policies::ignore_err
 constexpr int kMinSplitSide = 2;
 
 double medianOf(const double* first, int count) {
-    std::vector<double> values(first, first + count);
-    const auto middle = values.begin() + count / 2;
-    std::nth_element(values.begin(), middle, values.end());
-    if (count % 2 == 1) {
-        return *middle;
-    }
-    return (*std::max_element(values.begin(), middle) + *middle) / 2;
+    return median(std::vector<double>(first, first + count));
 }
 
 double meanOf(const double* first, int count) {
@@ -196,10 +192,8 @@ bool isSignificant(const ChangePoint& change, const DriftOptions& options) {
 
 std::vector<ChangePoint> findChangePoints(const std::vector<double>& scores,
                                           const DriftOptions& options) {
-    for (double score : scores) {
-        if (!(std::isfinite(score) && score > 0)) {
-            return {};
-        }
+    if (!std::all_of(scores.begin(), scores.end(), isUsableScore)) {
+        return {};
     }
     const int n = static_cast<int>(scores.size());
     const int window = std::max(options.window, 2 * kMinSplitSide);
@@ -247,9 +241,7 @@ DriftRun driftRunOf(const Record& record) {
 
 std::vector<DriftRun> orderedRuns(std::vector<DriftRun> runs) {
     runs.erase(std::remove_if(runs.begin(), runs.end(),
-                              [](const DriftRun& run) {
-                                  return !(std::isfinite(run.score) && run.score > 0);
-                              }),
+                              [](const DriftRun& run) { return !isUsableScore(run.score); }),
                runs.end());
     std::stable_sort(runs.begin(), runs.end(), [](const DriftRun& a, const DriftRun& b) {
         return a.startedAt < b.startedAt;

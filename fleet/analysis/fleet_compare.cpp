@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "record_files.h"
+#include "statistics.h"
 
 namespace {
 
@@ -18,20 +19,6 @@ constexpr double kMadScale = 0.6745;
 constexpr size_t kMinNodesForZ = 3;
 
 using HostTest = std::pair<QString, QString>;
-
-// The mean of the middle two for an even count; values must not be empty.
-double median(std::vector<double> values) {
-    const size_t middle = values.size() / 2;
-    std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(middle),
-                     values.end());
-    const double upper = values[middle];
-    if (values.size() % 2 == 1) {
-        return upper;
-    }
-    const double lower =
-        *std::max_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(middle));
-    return (lower + upper) / 2.0;
-}
 
 // Sample coefficient of variation (standard deviation over mean) of a host's scores of one test.
 std::optional<double> coefficientOfVariation(const std::vector<double>& values) {
@@ -121,10 +108,7 @@ GroupStats groupStats(GroupKey key, std::vector<double> scores) {
     stats.key = std::move(key);
     stats.median = median(scores);
     if (scores.size() >= kMinNodesForZ) {
-        for (double& score : scores) {
-            score = std::fabs(score - stats.median);
-        }
-        stats.mad = median(std::move(scores));
+        stats.mad = medianAbsoluteDeviation(std::move(scores));
     }
     return stats;
 }

@@ -17,6 +17,14 @@ struct CompareOptions {
     double z = 3.5;       // a robust z below -z is slow (groups of 3 and more)
 };
 
+// What the options can sensibly be: a floor of 1 or more flags half the fleet or all of it, a z
+// below 1 one node in six of a normal fleet; compare takes nothing else, nor check a summary made
+// with anything else.
+constexpr double kMinFloorRatio = 0.5;
+constexpr double kMaxFloorRatio = 0.99;
+constexpr double kMinZ = 1.0;
+constexpr double kMaxZ = 100.0;
+
 struct CompareRow {
     QString host;
     QString test;

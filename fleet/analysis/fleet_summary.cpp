@@ -4,12 +4,16 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QJsonValue>
+#include <QSet>
 #include <cmath>
+
+#include "record_files.h"
+#include "record_names.h"
 
 namespace {
 
 const char kKind[] = "corebench-summary";
-constexpr int kSchema = 1;
+constexpr int kSchema = 2;
 
 QString isoTime(const QDateTime& time) {
     return time.toUTC().toString(Qt::ISODate);
@@ -19,59 +23,144 @@ QJsonValue optionalNumber(const std::optional<double>& value) {
     return value ? QJsonValue(*value) : QJsonValue();
 }
 
-// A finite number, or nothing for null; false for anything else.
-bool readNumber(const QJsonValue& value, std::optional<double>* out) {
-    if (value.isNull()) {
-        *out = std::nullopt;
+// Reads the values of one object of the summary; each refusal names the object and the key.
+class Reader {
+  public:
+    Reader(const QJsonObject& object, QString where, const QDateTime& now, QString* error)
+        : object_(object), where_(std::move(where)), now_(now), error_(error) {}
+
+    bool number(const char* key, double min, double max, std::optional<double>* out,
+                bool nullable = false) {
+        const QJsonValue value = object_.value(QLatin1String(key));
+        if (nullable && value.isNull()) {
+            out->reset();
+            return true;
+        }
+        const double number = value.toDouble();
+        if (!value.isDouble() || !std::isfinite(number) || number < min || number > max) {
+            return fail(key, QStringLiteral("is not a number from %1 to %2")
+                                 .arg(min, 0, 'g', 12)
+                                 .arg(max, 0, 'g', 12));
+        }
+        *out = number;
         return true;
     }
-    if (!value.isDouble() || !std::isfinite(value.toDouble())) {
+    bool name(const char* key, QString* out) {
+        *out = object_.value(QLatin1String(key)).toString();
+        return isValidName(*out) || fail(key, QStringLiteral("is not a valid name"));
+    }
+    // compare's form only: a time written otherwise (without a zone, say) is not compare's.
+    bool time(const char* key, QDateTime* out) {
+        const QString text = object_.value(QLatin1String(key)).toString();
+        *out = QDateTime::fromString(text, Qt::ISODate);
+        if (!out->isValid() || isoTime(*out) != text) {
+            return fail(key, QStringLiteral("is not a UTC time such as 2026-11-23T03:00:00Z"));
+        }
+        return out->secsTo(now_) >= -kMaxFutureSecs ||
+               fail(key, QStringLiteral("%1 is in the future").arg(text));
+    }
+    bool string(const char* key, QString* out) {
+        const QJsonValue value = object_.value(QLatin1String(key));
+        *out = value.toString();
+        return value.isString() || fail(key, QStringLiteral("is not a string"));
+    }
+    bool reason(bool flagged, QString* out) {
+        if (!string("reason", out)) {
+            return false;
+        }
+        if (oneLine(*out, kMaxSummaryReasonChars) != *out) {
+            return fail("reason", QStringLiteral("is not one line of at most %1 characters")
+                                      .arg(kMaxSummaryReasonChars));
+        }
+        return out->isEmpty() != flagged ||
+               fail("reason", QStringLiteral("does not agree with \"flagged\""));
+    }
+    bool boolean(const char* key, bool* out) {
+        const QJsonValue value = object_.value(QLatin1String(key));
+        *out = value.toBool();
+        return value.isBool() || fail(key, QStringLiteral("is not true or false"));
+    }
+    bool fail(const char* key, const QString& why) {
+        *error_ = QStringLiteral("%1: \"%2\" %3").arg(where_, QLatin1String(key), why);
         return false;
     }
-    *out = value.toDouble();
-    return true;
+
+  private:
+    const QJsonObject& object_;
+    QString where_;
+    QDateTime now_;
+    QString* error_;
+};
+
+QString hostTest(const QString& host, const QString& test) {
+    return host + QLatin1Char('/') + test;  // neither name holds a '/'
 }
 
-bool readTime(const QJsonValue& value, QDateTime* out) {
-    *out = QDateTime::fromString(value.toString(), Qt::ISODate);
-    return value.isString() && out->isValid();
-}
-
-bool readGroup(const QJsonObject& object, GroupStats* group) {
+bool readGroup(const QJsonObject& object, Reader& read, GroupStats* group) {
+    std::optional<double> cpus;
     std::optional<double> median;
-    const QJsonValue cpus = object.value(QStringLiteral("logical_cpus"));
-    if (!object.value(QStringLiteral("cpu_model")).isString() || !cpus.isDouble() ||
-        !object.value(QStringLiteral("test")).isString() ||
-        !readNumber(object.value(QStringLiteral("median")), &median) || !median ||
-        !readNumber(object.value(QStringLiteral("mad")), &group->mad) ||
-        !object.value(QStringLiteral("members")).isArray()) {
+    QJsonArray members = object.value(QStringLiteral("members")).toArray();
+    if (!read.string("cpu_model", &group->key.cpuModel) ||
+        !read.number("logical_cpus", -1, kMaxCpus, &cpus) || !read.name("test", &group->key.test) ||
+        !read.number("median", 0, kMaxScorePs, &median) ||
+        !read.number("mad", 0, kMaxScorePs, &group->mad, true)) {
         return false;
     }
-    group->key = {object.value(QStringLiteral("cpu_model")).toString(), cpus.toInt(),
-                  object.value(QStringLiteral("test")).toString()};
+    if (*cpus != std::floor(*cpus)) {
+        return read.fail("logical_cpus", QStringLiteral("is not a whole number"));
+    }
+    group->key.logicalCpus = static_cast<int>(*cpus);
     group->median = *median;
-    for (const QJsonValue& member : object.value(QStringLiteral("members")).toArray()) {
+    for (const QJsonValue& member : members) {
+        if (!isValidName(member.toString())) {
+            return read.fail("members", QStringLiteral("holds something not a host name"));
+        }
         group->members << member.toString();
     }
-    return true;
+    return !group->members.isEmpty() || read.fail("members", QStringLiteral("is empty"));
 }
 
-bool readHost(const QJsonObject& object, SummaryHost* host) {
-    host->host = object.value(QStringLiteral("host")).toString();
-    host->test = object.value(QStringLiteral("test")).toString();
-    host->flagged = object.value(QStringLiteral("flagged")).toBool();
-    host->reason = object.value(QStringLiteral("reason")).toString();
-    host->file = object.value(QStringLiteral("file")).toString();
-    return !host->host.isEmpty() && !host->test.isEmpty() &&
-           object.value(QStringLiteral("flagged")).isBool() &&
-           readTime(object.value(QStringLiteral("started_at")), &host->startedAt) &&
-           readNumber(object.value(QStringLiteral("ps_result")), &host->psResult);
+bool readHost(Reader& read, SummaryHost* host) {
+    return read.name("host", &host->host) && read.name("test", &host->test) &&
+           read.time("started_at", &host->startedAt) && read.boolean("flagged", &host->flagged) &&
+           read.reason(host->flagged, &host->reason) &&
+           read.number("ps_result", 0, kMaxScorePs, &host->psResult, true) &&
+           read.string("file", &host->file);
+}
+
+// Each scored host in exactly one group of its test, and nothing else in any group.
+bool membersAgree(const FleetSummary& summary, QString* error) {
+    QSet<QString> scored;
+    for (const SummaryHost& host : summary.hosts) {
+        if (host.psResult) {
+            scored.insert(hostTest(host.host, host.test));
+        }
+    }
+    for (const GroupStats& group : summary.groups) {
+        for (const QString& member : group.members) {
+            if (!scored.remove(hostTest(member, group.key.test))) {
+                *error = QStringLiteral(
+                             "%1 is in a group of %2 without a score of that test, "
+                             "or in two")
+                             .arg(member, group.key.test);
+                return false;
+            }
+        }
+    }
+    if (!scored.isEmpty()) {
+        const QString key = *scored.begin();
+        *error = QStringLiteral("the %1 score of %2 is in no group")
+                     .arg(key.section(QLatin1Char('/'), 1), key.section(QLatin1Char('/'), 0, 0));
+        return false;
+    }
+    return true;
 }
 
 }  // namespace
 
 QByteArray summaryToJson(const std::vector<CompareRow>& rows, const std::vector<GroupStats>& groups,
-                         const CompareOptions& options, const QDateTime& generatedAt) {
+                         const CompareOptions& options, const QString& records,
+                         const QDateTime& generatedAt) {
     QJsonArray groupArray;
     for (const GroupStats& group : groups) {
         groupArray.append(QJsonObject{
@@ -99,6 +188,7 @@ QByteArray summaryToJson(const std::vector<CompareRow>& rows, const std::vector<
         {QStringLiteral("kind"), QLatin1String(kKind)},
         {QStringLiteral("schema"), kSchema},
         {QStringLiteral("generated_at"), isoTime(generatedAt)},
+        {QStringLiteral("records"), records},
         {QStringLiteral("floor"), options.floor},
         {QStringLiteral("z"), options.z},
         {QStringLiteral("groups"), groupArray},
@@ -107,7 +197,8 @@ QByteArray summaryToJson(const std::vector<CompareRow>& rows, const std::vector<
     return QJsonDocument(root).toJson(QJsonDocument::Compact) + '\n';
 }
 
-std::optional<FleetSummary> summaryFromJson(const QByteArray& bytes, QString* error) {
+std::optional<FleetSummary> summaryFromJson(const QByteArray& bytes, const QDateTime& now,
+                                            QString* error) {
     QJsonParseError parseError{};
     const QJsonDocument document = QJsonDocument::fromJson(bytes, &parseError);
     const QJsonObject root = document.object();
@@ -123,28 +214,64 @@ std::optional<FleetSummary> summaryFromJson(const QByteArray& bytes, QString* er
     FleetSummary summary;
     std::optional<double> floor;
     std::optional<double> z;
-    if (!readTime(root.value(QStringLiteral("generated_at")), &summary.generatedAt) ||
-        !readNumber(root.value(QStringLiteral("floor")), &floor) || !floor ||
-        !readNumber(root.value(QStringLiteral("z")), &z) || !z) {
-        *error = QStringLiteral("generated_at, floor or z missing or invalid");
+    Reader read(root, QStringLiteral("the summary"), now, error);
+    if (!read.time("generated_at", &summary.generatedAt) ||
+        !read.string("records", &summary.records) ||
+        !read.number("floor", kMinFloorRatio, kMaxFloorRatio, &floor) ||
+        !read.number("z", kMinZ, kMaxZ, &z)) {
         return std::nullopt;
     }
     summary.options = {*floor, *z};
     for (const QJsonValue& value : root.value(QStringLiteral("groups")).toArray()) {
+        const QJsonObject object = value.toObject();
+        Reader readGroupValues(object, QStringLiteral("group %1").arg(summary.groups.size()), now,
+                               error);
         GroupStats group;
-        if (!readGroup(value.toObject(), &group)) {
-            *error = QStringLiteral("invalid group %1").arg(summary.groups.size());
+        if (!readGroup(object, readGroupValues, &group)) {
             return std::nullopt;
         }
         summary.groups.push_back(std::move(group));
     }
+    QSet<QString> seen;
     for (const QJsonValue& value : root.value(QStringLiteral("hosts")).toArray()) {
+        const QJsonObject object = value.toObject();
+        Reader readHostValues(object, QStringLiteral("host entry %1").arg(summary.hosts.size()),
+                              now, error);
         SummaryHost host;
-        if (!readHost(value.toObject(), &host)) {
-            *error = QStringLiteral("invalid host entry %1").arg(summary.hosts.size());
+        if (!readHost(readHostValues, &host)) {
             return std::nullopt;
         }
+        if (seen.contains(hostTest(host.host, host.test))) {
+            *error = QStringLiteral("%1 of %2 is there twice").arg(host.test, host.host);
+            return std::nullopt;
+        }
+        seen.insert(hostTest(host.host, host.test));
         summary.hosts.push_back(std::move(host));
     }
+    if (summary.hosts.empty()) {
+        *error = QStringLiteral("it holds no host");
+        return std::nullopt;
+    }
+    if (!membersAgree(summary, error)) {
+        return std::nullopt;
+    }
     return summary;
+}
+
+QString oneLine(const QString& text, int maxChars) {
+    QString line = text;
+    for (QChar& c : line) {
+        const QChar::Category category = c.category();
+        if (category == QChar::Other_Control || category == QChar::Other_Format ||
+            category == QChar::Separator_Line || category == QChar::Separator_Paragraph) {
+            c = QLatin1Char(' ');
+        }
+    }
+    line = line.simplified();
+    if (line.size() > maxChars) {
+        // Not between the two halves of a character beyond 16 bits.
+        const int cut = maxChars - 3 - (line.at(maxChars - 4).isHighSurrogate() ? 1 : 0);
+        line = line.left(cut) + QStringLiteral("...");
+    }
+    return line;
 }

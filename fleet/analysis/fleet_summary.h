@@ -24,13 +24,30 @@ struct SummaryHost {
 
 struct FleetSummary {
     QDateTime generatedAt;
+    QString records;  // the canonical path of the records folder it was made of
     CompareOptions options;
     std::vector<GroupStats> groups;
     std::vector<SummaryHost> hosts;
 };
 
-QByteArray summaryToJson(const std::vector<CompareRow>& rows, const std::vector<GroupStats>& groups,
-                         const CompareOptions& options, const QDateTime& generatedAt);
+// compare's reasons for one host (robust z, score, slow core) take under 200 characters.
+constexpr int kMaxSummaryReasonChars = 256;
 
-// Reads a summary; on failure returns nothing and sets error to the reason.
-std::optional<FleetSummary> summaryFromJson(const QByteArray& bytes, QString* error);
+QByteArray summaryToJson(const std::vector<CompareRow>& rows, const std::vector<GroupStats>& groups,
+                         const CompareOptions& options, const QString& records,
+                         const QDateTime& generatedAt);
+
+// Reads a summary, holding it to what compare writes: at least one host; host and test names as
+// a record's; times in compare's UTC form and no later than a record's may be (kMaxFutureSecs
+// after now); scores and CPU counts within a record's limits, a group's median and spread too;
+// compare's options within their ranges; each reason one line of at most kMaxSummaryReasonChars,
+// given exactly when the host is flagged; one entry per host and test, and each group's members
+// exactly the hosts of its test that have a score. On failure returns nothing and sets error to
+// the reason.
+std::optional<FleetSummary> summaryFromJson(const QByteArray& bytes, const QDateTime& now,
+                                            QString* error);
+
+// text as one line for a reader that splits lines (scontrol, a log): every control character
+// and line or paragraph separator becomes a blank, runs of blanks one, none at either end; cut
+// to maxChars, ending in "...", when longer.
+QString oneLine(const QString& text, int maxChars);

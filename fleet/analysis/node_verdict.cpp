@@ -13,6 +13,11 @@ namespace {
 // Ten years: far beyond any sweep interval, and far from overflowing anything.
 constexpr qint64 kMaxAgeS = 3650LL * 86400;
 
+// Tests are compared as the test table spells them: "all" and "All" are one test.
+bool sameTest(const QString& a, const QString& b) {
+    return canonicalTestName(a) == canonicalTestName(b);
+}
+
 struct Newest {
     QDateTime startedAt;
     std::optional<double> psResult;
@@ -34,14 +39,15 @@ std::optional<Newest> newestOf(const FleetSummary& summary,
                                const CheckRequest& request) {
     const LoadedRecord* own = nullptr;
     for (const LoadedRecord& loaded : ownRecords) {
-        if (loaded.record.host == request.host && loaded.record.test == request.test &&
+        if (loaded.record.host == request.host && sameTest(loaded.record.test, request.test) &&
             (own == nullptr || startedBefore(*own, loaded))) {
             own = &loaded;
         }
     }
     const SummaryHost* judged = nullptr;
     for (const SummaryHost& host : summary.hosts) {
-        if (host.host == request.host && canonicalTestName(host.test) == request.test) {
+        if (host.host == request.host && sameTest(host.test, request.test) &&
+            (judged == nullptr || host.startedAt > judged->startedAt)) {
             judged = &host;
         }
     }
@@ -60,6 +66,25 @@ std::optional<Newest> newestOf(const FleetSummary& summary,
     return Newest{own->record.startedAt, own->record.psResult, row.reasons};
 }
 
+// The tests other than the request's that the host has records of, in the summary or its own.
+QStringList otherTests(const FleetSummary& summary, const std::vector<LoadedRecord>& ownRecords,
+                       const CheckRequest& request) {
+    QStringList tests;
+    const auto add = [&](const QString& host, const QString& test) {
+        if (host == request.host && !sameTest(test, request.test) && !tests.contains(test)) {
+            tests << test;
+        }
+    };
+    for (const SummaryHost& host : summary.hosts) {
+        add(host.host, host.test);
+    }
+    for (const LoadedRecord& loaded : ownRecords) {
+        add(loaded.record.host, loaded.record.test);
+    }
+    tests.sort();
+    return tests;
+}
+
 // The latest change point of the current segment of the node's own runs of the test.
 std::optional<ChangePoint> ownDrift(const std::vector<LoadedRecord>& ownRecords,
                                     const CheckRequest& request) {
@@ -75,12 +100,31 @@ std::optional<ChangePoint> ownDrift(const std::vector<LoadedRecord>& ownRecords,
 
 }  // namespace
 
+QString summaryDoubt(const FleetSummary& summary, const CheckRequest& request) {
+    if (summary.records != request.recordsCanonical) {
+        return QStringLiteral("it was made of the records in %1, not of those in %2")
+            .arg(summary.records, request.recordsCanonical);
+    }
+    if (request.maxAgeS && summary.generatedAt.secsTo(request.now) > *request.maxAgeS) {
+        return QStringLiteral("it was made at %1, longer ago than %2")
+            .arg(summary.generatedAt.toString(Qt::ISODate), request.maxAgeText);
+    }
+    return QString();
+}
+
 NodeVerdict decideNode(const FleetSummary& summary, const std::vector<LoadedRecord>& ownRecords,
                        const CheckRequest& request) {
     const std::optional<Newest> newest = newestOf(summary, ownRecords, request);
     QStringList reasons;
     QString state;
     if (!newest) {
+        const QStringList others = otherTests(summary, ownRecords, request);
+        if (!others.isEmpty()) {
+            return {Verdict::CannotDecide,
+                    QStringLiteral("cannot decide: %1 has records of %2 but none of %3; the "
+                                   "check's test must be the one the sweep runs (its --test)")
+                        .arg(request.host, others.join(QStringLiteral(", ")), request.test)};
+        }
         state = QStringLiteral("no %1 record of %2").arg(request.test, request.host);
         if (request.maxAgeS) {
             reasons << state + QStringLiteral(" in ") + request.records;
@@ -114,9 +158,10 @@ NodeVerdict decideNode(const FleetSummary& summary, const std::vector<LoadedReco
         }
     }
     if (reasons.isEmpty()) {
-        return {Verdict::Healthy, QStringLiteral("healthy: ") + state};
+        return {Verdict::Healthy, oneLine(QStringLiteral("healthy: ") + state, kMaxVerdictChars)};
     }
-    return {Verdict::Drain, QStringLiteral("drain: ") + reasons.join(QStringLiteral("; "))};
+    return {Verdict::Drain, oneLine(QStringLiteral("drain: ") + reasons.join(QStringLiteral("; ")),
+                                    kMaxVerdictChars)};
 }
 
 bool needsOlderRecords(const std::vector<LoadedRecord>& newestFirst, const CheckRequest& request) {

@@ -17,22 +17,34 @@ struct CheckRequest {
     std::optional<double> floorPs;  // drain below this score
     std::optional<qint64> maxAgeS;  // drain when the newest record is older, or missing
     QString maxAgeText;             // as the admin wrote it, for the reason
-    QString records;                // the records folder, for the reason
+    QString records;                // the records folder as given, for the reason
     QDateTime now;
     // Drain when the node's own runs of the test dropped by at least this fraction since its
     // configuration last changed (the latest change point of its current segment); off when unset.
     std::optional<double> driftFraction;
+    QString recordsCanonical;  // the records folder's canonical path, which the summary must name
 };
 
-enum class Verdict { Healthy = 0, Drain = 1 };
+enum class Verdict { Healthy, Drain, CannotDecide };
+
+// A verdict line, and the drain reason Slurm gets from it, is one line of at most this many
+// characters: room for every reason check gives at once, and far below what scontrol takes.
+constexpr int kMaxVerdictChars = 400;
 
 struct NodeVerdict {
     Verdict verdict = Verdict::Healthy;
-    QString line;  // "healthy: ..." or "drain: <reasons>"
+    QString line;  // "healthy: ...", "drain: <reasons>" or "cannot decide: <why>", one line of at
+                   // most kMaxVerdictChars
 };
+
+// Why the summary is no evidence for this check: made of another records folder than
+// request.recordsCanonical, or older than request.maxAgeS. Empty when it is evidence.
+QString summaryDoubt(const FleetSummary& summary, const CheckRequest& request);
 
 // The newest record of the host and test, from the summary or the host's own records, whichever
 // is newer; one newer than the summary is judged against the summary's group of like machines.
+// A host with records of other tests but none of this one cannot be decided about: the check is
+// most likely set to another test than the sweep runs, and would otherwise drain every node.
 NodeVerdict decideNode(const FleetSummary& summary, const std::vector<LoadedRecord>& ownRecords,
                        const CheckRequest& request);
 

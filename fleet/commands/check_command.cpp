@@ -1,4 +1,5 @@
 #include <QCommandLineParser>
+#include <QDir>
 #include <QFileInfo>
 #include <cstdio>
 
@@ -9,6 +10,7 @@
 #include "record_names.h"
 #include "safe_file.h"
 #include "test_names.h"
+#include "writer_trust.h"
 
 namespace {
 
@@ -19,18 +21,21 @@ constexpr qint64 kMaxSummaryBytes = 256LL * 1024 * 1024;
 constexpr double kMaxFloorPs = 1e6;
 
 int cannotDecide(const QString& why) {
-    printf("cannot decide: %s\n", qPrintable(why));
+    printf("%s\n", qPrintable(oneLine(QStringLiteral("cannot decide: ") + why, kMaxVerdictChars)));
     fflush(stdout);
-    return kStatusUsage;
+    return kStatusCannotDecide;
 }
 
 }  // namespace
 
 int checkCommand(const QStringList& arguments) {
     QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral(
-        "Decides about one node from the fleet's summary and the node's own records; prints one "
-        "line. Exit status 0: healthy; 1: drain; 2: cannot decide (nothing to change)."));
+    parser.setApplicationDescription(
+        QStringLiteral(
+            "Decides about one node from the fleet's summary and the node's own "
+            "records; prints one line. It decides only on files and folders that root and the "
+            "writer alone could write.\n") +
+        exitStatusHelp({kStatusOk, kStatusFlagged, kStatusUsage, kStatusCannotDecide}));
     parser.addOptions({
         {QStringLiteral("summary"), QStringLiteral("The summary compare --summary wrote."),
          QStringLiteral("FILE")},
@@ -47,6 +52,10 @@ int checkCommand(const QStringList& arguments) {
          QStringLiteral("Drain when the node's own scores dropped by at least this fraction since "
                         "its configuration last changed (0.05 is 5 %; 0: not looked at)."),
          QStringLiteral("FRACTION")},
+        {QStringLiteral("writer"),
+         QStringLiteral("The user besides root who writes the records and the summary (default: "
+                        "root alone)."),
+         QStringLiteral("USER")},
     });
     parser.addPositionalArgument(QStringLiteral("RECORDS"), QStringLiteral("The records folder."));
     int status = kStatusOk;
@@ -111,6 +120,13 @@ int checkCommand(const QStringList& arguments) {
             request.driftFraction = drift;
         }
     }
+    QString error;
+    const std::optional<WriterTrust> trust =
+        writerTrust(parser.value(QStringLiteral("writer")), &error);
+    if (!trust) {
+        printMessage(QStringLiteral("--writer: ") + error);
+        return kStatusUsage;
+    }
     request.records = parser.positionalArguments().front();
     request.now = QDateTime::currentDateTimeUtc();
 
@@ -120,21 +136,39 @@ int checkCommand(const QStringList& arguments) {
         return cannotDecide(
             QStringLiteral("cannot read the records folder %1").arg(request.records));
     }
-    QString error;
+    // Whoever else could write what is read would decide which nodes drain. Reading goes on from
+    // the folders checked, by their paths without links.
+    const QString records = trustedFolder(request.records, *trust, &error);
+    if (records.isEmpty()) {
+        return cannotDecide(error);
+    }
+    request.recordsCanonical = QFileInfo(records).canonicalFilePath();
+    const QFileInfo summaryName(summaryPath);
+    const QString summaryFolder = trustedFolder(summaryName.path(), *trust, &error);
+    const QString own = hostFolder(records, request.host);
+    if (summaryFolder.isEmpty() || ((QFileInfo::exists(own) || QFileInfo(own).isSymLink()) &&
+                                    trustedFolder(own, *trust, &error).isEmpty())) {
+        return cannotDecide(error);
+    }
     FileIdentity identity;
     const std::optional<QByteArray> bytes =
-        readRegularFile(summaryPath, kMaxSummaryBytes, &identity, &error);
+        readRegularFile(QDir(summaryFolder).filePath(summaryName.fileName()), kMaxSummaryBytes,
+                        &identity, &error, &*trust);
     if (!bytes) {
         return cannotDecide(
             QStringLiteral("cannot read the summary %1: %2").arg(summaryPath, error));
     }
-    const std::optional<FleetSummary> summary = summaryFromJson(*bytes, &error);
+    const std::optional<FleetSummary> summary = summaryFromJson(*bytes, request.now, &error);
     if (!summary) {
         return cannotDecide(QStringLiteral("summary %1: %2").arg(summaryPath, error));
     }
+    const QString doubt = summaryDoubt(*summary, request);
+    if (!doubt.isEmpty()) {
+        return cannotDecide(QStringLiteral("summary %1: %2").arg(summaryPath, doubt));
+    }
     // The node's records newest first, only as far back as the verdict needs.
     const RecordLoad load =
-        loadNewestRecords(request.records, request.host, request.test, request.now,
+        loadNewestRecords(records, request.host, request.test, request.now, &*trust,
                           [&request](const std::vector<LoadedRecord>& newestFirst) {
                               return needsOlderRecords(newestFirst, request);
                           });
@@ -147,5 +181,7 @@ int checkCommand(const QStringList& arguments) {
     const NodeVerdict verdict = decideNode(*summary, load.records, request);
     printf("%s\n", qPrintable(verdict.line));
     fflush(stdout);
-    return verdict.verdict == Verdict::Drain ? kStatusFlagged : kStatusOk;
+    return verdict.verdict == Verdict::Drain          ? kStatusFlagged
+           : verdict.verdict == Verdict::CannotDecide ? kStatusCannotDecide
+                                                      : kStatusOk;
 }

@@ -4,9 +4,11 @@
 #include <cstdio>
 
 #include "fleet_commands.h"
+#include "output_text.h"
 
 void printMessage(const QString& message) {
-    fprintf(stderr, "corebench-fleet: %s\n", qPrintable(message));
+    // Messages name files and records that someone else may have named.
+    fprintf(stderr, "corebench-fleet: %s\n", qPrintable(terminalText(message)));
     fflush(stderr);
 }
 
@@ -23,6 +25,39 @@ bool parseOptions(QCommandLineParser& parser, const QStringList& arguments, int*
         return false;
     }
     return true;
+}
+
+namespace {
+
+// "a, b or c"
+QString oneOf(QStringList words) {
+    const QString last = words.takeLast();
+    return words.isEmpty() ? last
+                           : words.join(QStringLiteral(", ")) + QStringLiteral(" or ") + last;
+}
+
+}  // namespace
+
+void addFormatOption(QCommandLineParser& parser, const QStringList& formats) {
+    QStringList described = formats;
+    described.front() += QStringLiteral(" (default)");
+    parser.addOption({QStringLiteral("format"), oneOf(described) + QLatin1Char('.'),
+                      QStringLiteral("FORMAT"), formats.front()});
+}
+
+QString chosenFormat(const QCommandLineParser& parser, const QStringList& formats) {
+    const QString format = parser.value(QStringLiteral("format"));
+    if (formats.contains(format)) {
+        return format;
+    }
+    printMessage(QStringLiteral("--format must be %1, not \"%2\"").arg(oneOf(formats), format));
+    return QString();
+}
+
+void addRecordPaths(QCommandLineParser& parser) {
+    parser.addPositionalArgument(QStringLiteral("PATH"),
+                                 QStringLiteral("Records, or folders of them."),
+                                 QStringLiteral("PATH..."));
 }
 
 QString invalidHostMessage(const QString& name) {

@@ -16,5 +16,14 @@ void printMessage(const QString& message);
 // after printing the help.
 bool parseOptions(QCommandLineParser& parser, const QStringList& arguments, int* status);
 
+// The --format option of a command that prints in any of formats, the first its default.
+void addFormatOption(QCommandLineParser& parser, const QStringList& formats);
+
+// The format asked for; empty, after naming the known ones, when it is none of them.
+QString chosenFormat(const QCommandLineParser& parser, const QStringList& formats);
+
+// The PATH... argument of the commands that read records.
+void addRecordPaths(QCommandLineParser& parser);
+
 // Why name is refused as a host name.
 QString invalidHostMessage(const QString& name);

@@ -25,7 +25,10 @@ constexpr qint64 kMaxLogBytes = 256 << 20;
 
 int importCommand(const QStringList& arguments) {
     QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral("Makes records of existing corebench logs."));
+    parser.setApplicationDescription(
+        QStringLiteral("Makes records of existing corebench logs; after a bad log it goes on "
+                       "with the others and exits with the highest status met.\n") +
+        exitStatusHelp({kStatusOk, kStatusUsage, kStatusUnparsed, kStatusUnwritable}));
     parser.addOptions({
         {QStringLiteral("host"),
          QStringLiteral("Host name (default: the log's name up to its first dot)."),
@@ -64,8 +67,9 @@ int importCommand(const QStringList& arguments) {
         return kStatusUsage;
     }
     const QString out = parser.value(QStringLiteral("out"));
-    if (!QDir().mkpath(out)) {
-        printMessage(QStringLiteral("cannot create the folder %1").arg(out));
+    QString folderError;
+    if (!makeFolders(out, &folderError)) {
+        printMessage(folderError);
         return kStatusUnwritable;
     }
     std::vector<Record> imported;
@@ -119,7 +123,7 @@ int importCommand(const QStringList& arguments) {
         }
         const QString folder = hostFolder(out, record.host);
         const QString target =
-            makeFolder(folder, &error)
+            makeFolders(folder, &error)
                 ? publishNewFile(QDir(folder).filePath(
                                      recordBaseName(record.host, record.test, record.startedAt) +
                                      QStringLiteral(".json")),

@@ -4,6 +4,7 @@
 
 #include "command_options.h"
 #include "fleet_commands.h"
+#include "safe_file.h"
 #include "standard_output.h"
 
 namespace {
@@ -15,8 +16,9 @@ const char kUsage[] =
     "  corebench-fleet compare [--format table|csv|json|html] [--floor 0.90] [--z 3.5]\n"
     "                          [--summary FILE] PATH...\n"
     "  corebench-fleet check --summary FILE --host HOST --test TEST [--floor PS]\n"
-    "                        [--max-age AGE] [--drift FRACTION] RECORDS\n"
+    "                        [--max-age AGE] [--drift FRACTION] [--writer USER] RECORDS\n"
     "  corebench-fleet history [--test NAME] [--format table|csv|json] HOST PATH...\n"
+    "  corebench-fleet weights [--test NAME] [--nodes FILE] PATH...\n"
     "Run 'corebench-fleet COMMAND --help' for a command's options.\n";
 
 }  // namespace
@@ -28,6 +30,8 @@ int main(int argc, char** argv) {
     // The same bytes on every system: corebench's output passes through unchanged and no line
     // gets a CR on Windows (a closed standard output shows as failed writes later).
     openStandardOutput();
+    // ulimit -f: a record or log that would pass it is not written (status 6), not left half done.
+    failWritesPastSizeLimit();
     const QStringList arguments = application.arguments().mid(1);
     const QString command = arguments.value(0);
     int status = kStatusUsage;
@@ -41,8 +45,11 @@ int main(int argc, char** argv) {
         status = checkCommand(arguments);
     } else if (command == QLatin1String("history")) {
         status = historyCommand(arguments);
+    } else if (command == QLatin1String("weights")) {
+        status = weightsCommand(arguments);
     } else if (command == QLatin1String("--help") || command == QLatin1String("-h")) {
         fputs(kUsage, stdout);
+        fputs(qPrintable(exitStatusHelp()), stdout);
         status = kStatusOk;
     } else {
         if (!command.isEmpty()) {

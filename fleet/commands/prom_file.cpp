@@ -32,12 +32,12 @@ std::vector<Record> baselineHistory(const QString& records, const QString& host)
 }
 
 bool writePromFile(const Record& record, std::optional<double> baseline, const QString& promDir) {
-    if (!QDir().mkpath(promDir)) {
-        printMessage(QStringLiteral("cannot create the folder %1").arg(promDir));
+    QString error;
+    if (!makeFolders(promDir, &error)) {
+        printMessage(error);
         return false;
     }
     const QString path = QDir(promDir).filePath(QStringLiteral("corebench.prom"));
-    QString error;
     FileLock lock;
     if (!lock.lock(path + QStringLiteral(".lock"), kLockWaitMs, &error)) {
         printMessage(error);

@@ -50,7 +50,9 @@ void passThrough(const QByteArray& chunk, QFile& log, bool* logFailed) {
 int runCommand(const QStringList& arguments) {
     QCommandLineParser parser;
     parser.setApplicationDescription(
-        QStringLiteral("Runs corebench, shows its output and records the measurement."));
+        QStringLiteral("Runs corebench, shows its output and records the measurement.\n") +
+        exitStatusHelp({kStatusOk, kStatusUsage, kStatusNotFound, kStatusCrashed, kStatusUnparsed,
+                        kStatusUnwritable}));
     parser.addOptions({
         {QStringLiteral("out"),
          QStringLiteral("Folder of the record and log (default: current folder)."),
@@ -95,9 +97,8 @@ int runCommand(const QStringList& arguments) {
     const QString out = parser.value(QStringLiteral("out"));
     const QString folder = hostFolder(out, origin.host);
     QString error;
-    if (!QDir().mkpath(out) || !makeFolder(folder, &error)) {
-        printMessage(error.isEmpty() ? QStringLiteral("cannot create the folder %1").arg(out)
-                                     : error);
+    if (!makeFolders(out, &error) || !makeFolders(folder, &error)) {
+        printMessage(error);
         return kStatusUnwritable;
     }
     const QString testWord = corebenchArguments.value(0);

@@ -6,6 +6,8 @@
 #include <QJsonValue>
 #include <cmath>
 
+#include "output_text.h"
+
 namespace {
 
 struct NumberColumn {
@@ -62,16 +64,6 @@ QStringList rowFields(const CompareRow& row) {
     return fields;
 }
 
-QString csvField(const QString& field) {
-    if (!field.contains(QLatin1Char(',')) && !field.contains(QLatin1Char('"')) &&
-        !field.contains(QLatin1Char('\n')) && !field.contains(QLatin1Char('\r'))) {
-        return field;
-    }
-    QString quoted = field;
-    quoted.replace(QLatin1Char('"'), QStringLiteral("\"\""));
-    return QLatin1Char('"') + quoted + QLatin1Char('"');
-}
-
 double rounded(double value, int decimals) {
     const double scale = std::pow(10.0, decimals);
     return std::round(value * scale) / scale;
@@ -111,8 +103,7 @@ QByteArray formatCompareTable(const std::vector<CompareRow>& rows) {
         QStringList fields = rowFields(row);
         for (QString& field : fields) {
             // One row per line, whatever a host name or CPU model holds.
-            field.replace(QLatin1Char('\n'), QLatin1Char(' '))
-                .replace(QLatin1Char('\r'), QLatin1Char(' '));
+            field = terminalText(field);
             if (field.isEmpty()) {
                 field = QStringLiteral("-");
             }

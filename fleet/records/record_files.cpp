@@ -23,7 +23,13 @@ OrderKey orderKey(const LoadedRecord& loaded) {
 
 class Loader {
   public:
-    explicit Loader(const QDateTime& now) : now_(now) {}
+    explicit Loader(const QDateTime& now, const WriterTrust* trust = nullptr,
+                    const QStringList& ownFiles = QStringList())
+        : now_(now), trust_(trust) {
+        for (const QString& path : ownFiles) {
+            ownFiles_.insert(absolute(path));
+        }
+    }
 
     // Reads one record file; a record of another host than expectedHost, when one is given, is
     // a problem. Nothing when the file gave no record or was read already.
@@ -31,7 +37,7 @@ class Loader {
         FileIdentity identity;
         QString error;
         const std::optional<QByteArray> bytes =
-            readRegularFile(path, kMaxRecordBytes, &identity, &error);
+            readRegularFile(path, kMaxRecordBytes, &identity, &error, trust_);
         if (!bytes) {
             problem(path, error);
             return std::nullopt;
@@ -59,7 +65,8 @@ class Loader {
         }
     }
 
-    // Every *.json below the folder; links are named, not followed. The folders below a named
+    // Every record below the folder, by its file name; links are named, not followed. Other
+    // *.json files are named in notes, but for compare's own outputs. The folders below a named
     // one are host folders: each record in one is of the host it is named after.
     void folder(const QString& path, bool named) {
         std::vector<FolderEntry> entries;
@@ -79,6 +86,14 @@ class Loader {
                 folder(child, false);
             } else if (!entry.name.endsWith(QLatin1String(".json"))) {
                 continue;
+            } else if (!isRecordFileName(entry.name)) {
+                if (entry.name != QLatin1String(kSummaryFileName) &&
+                    ownFiles_.count(absolute(child)) == 0) {
+                    load_.notes << QStringLiteral(
+                                       "%1: not a record's file name "
+                                       "(HOST-TEST-YYYYMMDDTHHMMSSZ.json), not read")
+                                       .arg(child);
+                }
             } else if (entry.kind == FolderEntry::kLink) {
                 problem(child, QStringLiteral("a symbolic link, not read"));
             } else {
@@ -107,6 +122,7 @@ class Loader {
                          [](const auto& a, const auto& b) { return a.first < b.first; });
         RecordLoad load;
         load.problems = std::move(load_.problems);
+        load.notes = std::move(load_.notes);
         load.records.reserve(keys.size());
         for (const auto& key : keys) {
             load.records.push_back(std::move(load_.records[key.second]));
@@ -115,7 +131,13 @@ class Loader {
     }
 
   private:
+    static QString absolute(const QString& path) {
+        return QDir::cleanPath(QFileInfo(path).absoluteFilePath());
+    }
+
     QDateTime now_;
+    const WriterTrust* trust_;
+    std::set<QString> ownFiles_;
     RecordLoad load_;
     std::set<FileIdentity> seen_;
 };
@@ -131,7 +153,7 @@ std::vector<std::pair<QString, QString>> hostRecordFiles(const QString& records,
     const QString own = hostFolder(records, host);
     if (listFolder(own, false, &entries, &error)) {
         for (FolderEntry& entry : entries) {
-            if (entry.kind != FolderEntry::kFolder && entry.name.endsWith(QLatin1String(".json"))) {
+            if (entry.kind != FolderEntry::kFolder && isRecordFileName(entry.name)) {
                 files.emplace_back(own, std::move(entry.name));
             }
         }
@@ -187,8 +209,9 @@ bool startedBefore(const LoadedRecord& a, const LoadedRecord& b) {
     return keyA != keyB ? keyA < keyB : a.file < b.file;
 }
 
-RecordLoad loadRecords(const QStringList& paths, const QDateTime& now) {
-    Loader loader(now);
+RecordLoad loadRecords(const QStringList& paths, const QDateTime& now, const WriterTrust* trust,
+                       const QStringList& ownFiles) {
+    Loader loader(now, trust, ownFiles);
     for (const QString& path : paths) {
         // A folder named by the caller may be reached through a link; nothing below it is.
         const QFileInfo info(path);
@@ -224,9 +247,9 @@ RecordLoad loadHostRecords(const QString& records, const QString& host, const QD
 }
 
 RecordLoad loadNewestRecords(const QString& records, const QString& host, const QString& test,
-                             const QDateTime& now,
+                             const QDateTime& now, const WriterTrust* trust,
                              const std::function<bool(const std::vector<LoadedRecord>&)>& more) {
-    Loader loader(now);
+    Loader loader(now, trust);
     QStringList problems;
     // The names first: they order the files as startedBefore orders records, without opening
     // any. A host with years of records has a hundred thousand of them, so each is taken apart
@@ -249,7 +272,7 @@ RecordLoad loadNewestRecords(const QString& records, const QString& host, const 
         }
     }
     if (!problems.isEmpty()) {
-        return {{}, problems};
+        return {{}, problems, {}};
     }
     std::sort(named.begin(), named.end(), [](const Named& a, const Named& b) {
         return std::tie(a.startedAt, a.copy, a.folder, a.name) >

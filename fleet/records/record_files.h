@@ -13,6 +13,8 @@
 
 #include "record.h"
 
+struct WriterTrust;
+
 // Real records are about 1 KB; anything larger is not one.
 constexpr qint64 kMaxRecordBytes = 1 << 20;
 
@@ -37,16 +39,24 @@ bool startedBefore(const LoadedRecord& a, const LoadedRecord& b);
 struct RecordLoad {
     std::vector<LoadedRecord> records;  // ordered by start and rerun number (startedBefore)
     QStringList problems;  // "<path>: <reason>" for each file or folder that gave no record
+    QStringList notes;     // "<path>: <reason>" for each other *.json file in the folders, not read
 };
 
-// Reads the named files, and every *.json file below the named folders. Only regular files are
-// read, never through a symbolic link; links, other files named *.json, unreadable folders and
-// invalid records are named in problems. A record found in a folder below a named one is in its
-// host's folder ("<records>/<host>/"): one whose host differs is named in problems and left out.
+// Reads the named files, whatever their names, and the records below the named folders: the
+// files named as isRecordFileName says. Only regular files are read, never through a symbolic
+// link, and with trust only those no one but its writers could write (writer_trust.h); links,
+// other files with a record's name, unreadable folders, untrusted files and invalid records are
+// named in problems. A record found in a folder below a named one is in its host's folder
+// ("<records>/<host>/"): one whose host differs is named in problems and left out. Other *.json
+// files in the folders are named in notes, but for the summary (kSummaryFileName) and ownFiles, the
+// caller's own outputs, which are passed over silently; files of other suffixes (logs, reports) are
+// passed over silently.
 RecordLoad loadRecords(const QStringList& paths,
-                       const QDateTime& now = QDateTime::currentDateTimeUtc());
+                       const QDateTime& now = QDateTime::currentDateTimeUtc(),
+                       const WriterTrust* trust = nullptr,
+                       const QStringList& ownFiles = QStringList());
 
-// The record files of one host, without opening any other: those in its folder
+// The record files of one host, without opening any other: those named as records in its folder
 // "<records>/<host>" and those of the old flat layout "<records>/<host>-<test>-<time>.json".
 // What cannot be listed is named in problems. Sorted.
 QStringList hostRecordPaths(const QString& records, const QString& host, QStringList* problems);
@@ -57,10 +67,10 @@ RecordLoad loadHostRecords(const QString& records, const QString& host,
 
 // Reads one host's records of one test newest first, by what their file names say, for as long
 // as more(records read so far, newest first) asks for older ones: the cost of looking at a node's
-// newest records does not grow with the years of records behind them. Every *.json file in the
-// host's folder must be named as a record of the host, and every record read must say what its
-// name says (host, test and start to the second); reading stops at the first file that does
+// newest records does not grow with the years of records behind them. Every file in the host's
+// folder named as a record must be named as one of the host, and every record read must say what
+// its name says (host, test and start to the second); reading stops at the first file that does
 // not, or cannot be read, and problems name it.
 RecordLoad loadNewestRecords(const QString& records, const QString& host, const QString& test,
-                             const QDateTime& now,
+                             const QDateTime& now, const WriterTrust* trust,
                              const std::function<bool(const std::vector<LoadedRecord>&)>& more);

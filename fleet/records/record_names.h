@@ -33,8 +33,18 @@ struct RecordFileName {
     int copy = 1;
 };
 
-// The parts of a record file's name; nothing for any other name.
+// The parts of a record file's name; nothing for any other name. The records folder holds other
+// files too (logs, the sweep's report and summary), which are no records.
 std::optional<RecordFileName> parseRecordFileName(const QString& fileName);
+
+// Whether a file name is one that run and import give a record.
+inline bool isRecordFileName(const QString& fileName) {
+    return parseRecordFileName(fileName).has_value();
+}
+
+// The name of compare's summary in the records folder, where the sweep's report job writes it
+// and the health check looks for it.
+inline constexpr char kSummaryFileName[] = "corebench-summary.json";
 
 // Whether a file name in the old flat layout (every record straight in the records folder) is a
 // record of host: "<host>-<known test>-<time>[-N].json", so that host n1 does not take n1-a's.

@@ -1,11 +1,13 @@
 #include "safe_file.h"
 
+#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QThread>
 
 #include "safe_file_os.h"
+#include "writer_trust.h"
 
 using namespace safe_file_os;
 
@@ -39,21 +41,39 @@ QString temporaryWith(const QString& path, const QByteArray& bytes, QString* err
 
 }  // namespace
 
-bool makeFolder(const QString& path, QString* error) {
-    OsError osError = createFolder(path);
+bool makeFolders(const QString& path, QString* error) {
+    // The folders to make, deepest first: each name up to the first one that is taken.
+    std::vector<QString> missing;
     FolderEntry::Kind kind = FolderEntry::kOther;
-    if (osError == kNoError) {
-        osError = entryKind(path, &kind);
+    for (QString folder = QDir::cleanPath(path);;) {
+        const OsError osError = entryKind(folder, &kind);
+        const QString parent = QFileInfo(folder).path();
+        if (osError == kNoError || !nameMissing(osError) || parent == folder) {
+            break;
+        }
+        missing.push_back(folder);
+        folder = parent;
     }
-    if (osError != kNoError) {
-        *error = failed("create the folder", path, osError);
-        return false;
+    const bool existed = missing.empty();
+    if (existed) {
+        missing.push_back(QDir::cleanPath(path));
     }
-    if (kind != FolderEntry::kFolder) {
-        *error = QStringLiteral("%1 is not a folder%2")
-                     .arg(path, kind == FolderEntry::kLink ? QStringLiteral(" but a symbolic link")
-                                                           : QString());
-        return false;
+    for (auto folder = missing.rbegin(); folder != missing.rend(); ++folder) {
+        OsError osError = existed ? kNoError : createFolder(*folder);
+        if (osError == kNoError) {
+            osError = entryKind(*folder, &kind);
+        }
+        if (osError != kNoError) {
+            *error = failed("create the folder", *folder, osError);
+            return false;
+        }
+        if (kind != FolderEntry::kFolder) {
+            *error = QStringLiteral("%1 is not a folder%2")
+                         .arg(*folder, kind == FolderEntry::kLink
+                                           ? QStringLiteral(" but a symbolic link, not followed")
+                                           : QString());
+            return false;
+        }
     }
     return true;
 }
@@ -132,7 +152,8 @@ bool replaceFile(const QString& path, const QByteArray& bytes, QString* error) {
 }
 
 std::optional<QByteArray> readRegularFile(const QString& path, qint64 maxBytes,
-                                          FileIdentity* identity, QString* error) {
+                                          FileIdentity* identity, QString* error,
+                                          const WriterTrust* trust) {
     qintptr handle = -1;
     qint64 fileSize = 0;
     FileIdentity opened;
@@ -151,7 +172,11 @@ std::optional<QByteArray> readRegularFile(const QString& path, qint64 maxBytes,
             return std::nullopt;
     }
     std::optional<QByteArray> bytes;
-    if (fileSize > maxBytes) {
+    // Who may write it is read from the file that is read, not from the name.
+    const QString others = trust != nullptr ? otherWriters(handle, *trust) : QString();
+    if (!others.isEmpty()) {
+        *error = others;
+    } else if (fileSize > maxBytes) {
         *error = QStringLiteral("larger than %1 bytes").arg(maxBytes);
     } else {
         *identity = opened;
@@ -193,7 +218,8 @@ bool listFolder(const QString& path, bool followLink, std::vector<FolderEntry>* 
     if (fault != OpenFault::kNone) {
         *error = fault == OpenFault::kOsError
                      ? QStringLiteral("cannot read the folder: %1").arg(reason(osError))
-                     : QStringLiteral("not a folder (a symbolic link is not followed)");
+                 : fault == OpenFault::kLink ? QStringLiteral("a symbolic link, not followed")
+                                             : QStringLiteral("not a folder");
     }
     return fault == OpenFault::kNone;
 }

@@ -11,10 +11,19 @@
 #include <vector>
 
 class QFile;
+struct WriterTrust;
 
-// Creates the folder (one level, mode 0755) when missing. False with error when it cannot, or
-// when the name is anything but a folder, a symbolic link included.
-bool makeFolder(const QString& path, QString* error);
+// Every folder corebench-fleet writes into (--out, --prom, a host's folder) is made by this: the
+// folder and the missing ones above it, one level at a time, each with mode 0755 whatever the
+// umask. False with error when it cannot, or when the folder, or one it had to create, is
+// anything but a folder: a symbolic link there is refused, not followed. The folders above that
+// were there already are taken as they are, links included (/var/run to /run).
+bool makeFolders(const QString& path, QString* error);
+
+// Makes a write past the process's file size limit (ulimit -f) fail as on a full disk, so that
+// its writer cleans up and says so, instead of ending the process in the middle of it (SIGXFSZ).
+// Programs the process starts get the system's default back. Called once, at the start.
+void failWritesPastSizeLimit();
 
 // Writes bytes to a new file named path, or, when that name is taken, path with "-2", "-3"...
 // before its suffix: an existing file is never replaced. The file appears whole, on disk, and
@@ -42,9 +51,11 @@ struct FileIdentity {
 };
 
 // Reads a regular file of at most maxBytes, not through a link, without waiting on a pipe or a
-// device. Nothing with error (the reason) otherwise.
+// device, and with trust only one that no one but its writers could write (writer_trust.h).
+// Nothing with error (the reason) otherwise.
 std::optional<QByteArray> readRegularFile(const QString& path, qint64 maxBytes,
-                                          FileIdentity* identity, QString* error);
+                                          FileIdentity* identity, QString* error,
+                                          const WriterTrust* trust = nullptr);
 
 struct FolderEntry {
     enum Kind { kFile, kFolder, kLink, kOther };
@@ -58,7 +69,8 @@ bool listFolder(const QString& path, bool followLink, std::vector<FolderEntry>* 
                 QString* error);
 
 // An exclusive lock on a lock file (created when missing, never through a link), held until the
-// object goes.
+// object goes. On POSIX the file is made (or made again) mode 0600: whoever could open it could
+// hold the lock and keep every writer waiting.
 class FileLock {
   public:
     FileLock() = default;

@@ -1,207 +1,116 @@
-// corebench-fleet check, compare and history as programs on a records folder: which record is a
-// host's newest, whose records a folder holds, the test table's names, limits of 0, and how far
-// back check reads.
+// corebench-fleet check as a program on a real folder tree: it acts only on what no one but root
+// and the writer could write, and otherwise cannot decide (status 2, nothing to change), naming
+// the path and who else could write it.
 
 #include <gtest/gtest.h>
+#include <pwd.h>
+#include <unistd.h>
 
 #include <QDir>
+#include <QFileInfo>
 #include <QTemporaryDir>
 
 #include "fleet_test_support.h"
 
 namespace {
 
-class FleetCheck : public ::testing::Test {
-  protected:
-    QString path(const QString& name) const { return dir.filePath(name); }
+struct Route {
+    const char* change;  // a shell command; %1 is the tree, %2 the record's name in n1/
+    const char* path;    // what check names (empty: it decides), and who it says could write it
+    const char* who;
+    const char* writer = nullptr;  // --writer, when not the user running the test
+};
 
-    // Writes a record of host into records/<folder>/ (the host's folder unless named) under the
-    // name run gives it, numbered copy when not 1; returns the file.
-    QString add(const QString& host, double ps, const QDateTime& at, int copy = 1,
-                const QString& model = "EPYC 7543", const QString& folder = QString()) {
-        const QJsonObject record{{"schema", 1},
-                                 {"host", host},
-                                 {"test", "All"},
-                                 {"started_at", at.toString(Qt::ISODate)},
-                                 {"duration_s", 60},
-                                 {"threads", 2},
-                                 {"thread_ps", QJsonArray{ps / 2, ps / 2}},
-                                 {"ps_result", ps},
-                                 {"exit_value", QJsonValue()},
-                                 {"status", 0},
-                                 {"cpu_model", model},
-                                 {"logical_cpus", 2},
-                                 {"physical_cpus", 2},
-                                 {"hyperthreading", false},
-                                 {"mhz_current", 2800},
-                                 {"mhz_max", QJsonValue()},
-                                 {"ram_gib", 8},
-                                 {"os", "debian12"},
-                                 {"errors", QJsonArray()},
-                                 {"corebench_sha256", QJsonValue()},
-                                 {"source", "run"}};
-        return write(host, at, copy, QJsonDocument(record).toJson(), folder);
+class FleetCheckTrust : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        // The tree: <dir>/r/n1/<record> and <dir>/r/corebench-summary.json, as run and compare
+        // make them.
+        tree = QFileInfo(dir.path()).canonicalFilePath();
+        const FleetResult imported = runFleet({"import", "--host", "n1", "--out", tree + "/r",
+                                               FLEET_TEST_DATA "/singlespeed-plain.log"});
+        ASSERT_EQ(imported.status, 0) << imported.err.toStdString();
+        record = QDir(tree + "/r/n1").entryList({"*.json"}).value(0);
+        const FleetResult compared =
+            runFleet({"compare", "--summary", tree + "/r/corebench-summary.json", tree + "/r"});
+        ASSERT_EQ(compared.status, 0) << compared.err.toStdString();
     }
-    QString write(const QString& host, const QDateTime& at, int copy, const QByteArray& bytes,
-                  const QString& folder = QString()) {
-        const QString file =
-            path("records/%1/%2-All-%3%4.json")
-                .arg(folder.isEmpty() ? host : folder, host, at.toString("yyyyMMdd'T'HHmmss'Z'"),
-                     copy == 1 ? QString() : QStringLiteral("-%1").arg(copy));
-        QDir().mkpath(QFileInfo(file).path());
-        writeFile(file, bytes);
-        return file;
-    }
-    // Three like nodes at base, and the summary compare makes of them.
-    void fleet() {
-        for (int i = 1; i <= 3; ++i) {
-            add(QStringLiteral("n%1").arg(i), 99.0 + i, base);
+
+    // The route's change made, check's answer, and the tree as it was.
+    void expectRoutes(const std::vector<Route>& routes) {
+        const passwd* me = getpwuid(geteuid());
+        ASSERT_NE(me, nullptr);
+        for (const Route& route : routes) {
+            SCOPED_TRACE(route.change);
+            shell(filled(route.change));
+            const FleetResult result =
+                runFleet({"check", "--summary", tree + "/r/corebench-summary.json", "--host", "n1",
+                          "--test", "SingleSpeed", "--writer",
+                          route.writer != nullptr ? route.writer : me->pw_name, tree + "/r"});
+            const QString out = QString::fromUtf8(result.out);
+            if (QByteArray(route.path).isEmpty()) {
+                EXPECT_EQ(result.status, 0) << out.toStdString() << result.err.toStdString();
+            } else {
+                EXPECT_EQ(result.status, 8);
+                EXPECT_TRUE(out.startsWith("cannot decide: ")) << out.toStdString();
+                EXPECT_TRUE(out.contains(filled(route.path) + ": could be written by "))
+                    << out.toStdString() << result.err.toStdString();
+                EXPECT_TRUE(out.contains(QLatin1String(route.who))) << out.toStdString();
+            }
+            shell(QStringLiteral("chown -R %1 %2 && chmod -R go-w,-t %2 && setfacl -R -b %2")
+                      .arg(geteuid())
+                      .arg(tree));
         }
-        ASSERT_EQ(summarize().status, 0);
     }
-    FleetResult summarize() {
-        return runFleet(
-            {"compare", "--format", "csv", "--summary", path("summary.json"), path("records")});
+
+    QString filled(const char* text) const {
+        return QString::fromUtf8(text).replace("%1", tree).replace("%2", record);
     }
-    FleetResult check(const QString& host, const QStringList& options = {},
-                      const QString& test = "All") {
-        return runFleet(QStringList{"check", "--summary", path("summary.json"), "--host", host,
-                                    "--test", test} +
-                        options + QStringList{path("records")});
+
+    static void shell(const QString& command) {
+        const FleetResult result = runFleet({"-c", command}, "sh");
+        ASSERT_EQ(result.status, 0) << command.toStdString() << ": " << result.err.toStdString()
+                                    << "(setfacl: scripts/setup installs the acl package)";
     }
 
     QTemporaryDir dir;
-    // Ten days ago, to the second.
-    const QDateTime base = QDateTime::fromSecsSinceEpoch(
-        QDateTime::currentDateTimeUtc().addDays(-10).toSecsSinceEpoch(), Qt::UTC);
+    QString tree;
+    QString record;
 };
 
-// Runs of one second are numbered "…Z.json", "…Z-2.json" … "…Z-10.json": the highest is the
-// newest, for compare's row and for check.
-TEST_F(FleetCheck, SameSecondRerunsAreNewestByTheirNumber) {
-    fleet();
-    const QDateTime later = base.addDays(1);
-    const std::pair<int, double> copies[] = {{10, 101.0}, {1, 100.1}, {9, 100.9}, {2, 100.2}};
-    for (const auto& [copy, ps] : copies) {
-        add("n1", ps, later, copy);
-    }
-    const FleetResult checked = check("n1");
-    EXPECT_EQ(checked.status, 0) << checked.err.toStdString();
-    EXPECT_TRUE(checked.out.startsWith("healthy: All 101.000 PS at")) << checked.out.toStdString();
-    const QByteArray csv = runFleet({"compare", "--format", "csv", path("records")}).out;
-    const int at = csv.indexOf("\nn1,") + 1;
-    const QByteArray row = csv.mid(at, csv.indexOf('\n', at) - at);
-    EXPECT_TRUE(row.contains(",101.000,") && row.contains("Z-10.json")) << csv.toStdString();
-}
-
-// A record in node n2's folder that says it is n1's is named and counted for no one: not as
-// n1's by compare, and check of n2 cannot decide on it.
-TEST_F(FleetCheck, ARecordOfAnotherHostInAFolderIsLeftOut) {
-    fleet();
-    const QString planted = add("n1", 5.0, base.addSecs(3600), 1, "EPYC 7543", "n2");
-    const FleetResult compared = runFleet({"compare", "--format", "csv", path("records")});
-    EXPECT_EQ(compared.status, 2);
-    EXPECT_TRUE(compared.err.contains(
-        (planted + ": a record of host \"n1\" in the records of \"n2\", left out").toUtf8()))
-        << compared.err.toStdString();
-    EXPECT_FALSE(compared.out.contains(",5.000,")) << compared.out.toStdString();
-    EXPECT_EQ(check("n1").status, 0);
-    // Named as n2's but saying n1: n2's newest record is in doubt.
-    QFile::rename(planted, path("records/n2/n2-All-") +
-                               base.addSecs(3600).toString("yyyyMMdd'T'HHmmss'Z'") + ".json");
-    const FleetResult n2 = check("n2");
-    EXPECT_EQ(n2.status, 2);
-    EXPECT_TRUE(n2.out.startsWith("cannot decide: ") &&
-                n2.out.contains("a record of host \"n1\" in the records of \"n2\""))
-        << n2.out.toStdString();
-}
-
-// One test has one name: a record or option in another case is the table's test, and a name the
-// table does not know is refused.
-TEST_F(FleetCheck, TestNamesAreTheTablesSpelling) {
-    add("n1", 100, base);
-    add("n2", 101, base);
-    QJsonObject lower = QJsonDocument::fromJson(readFile(add("n3", 102, base))).object();
-    lower["test"] = "all";
-    write("n3", base, 1, QJsonDocument(lower).toJson());
-    const FleetResult compared = summarize();
-    EXPECT_EQ(compared.status, 0) << compared.err.toStdString();
-    EXPECT_EQ(compared.out.count(",All,"), 3) << compared.out.toStdString();
-    EXPECT_EQ(compared.out.count(",101.000,1.000,"), 1) << "one group of three, median 101";
-
-    const FleetResult checked = check("n3", {}, "all");
-    EXPECT_EQ(checked.status, 0) << checked.err.toStdString();
-    EXPECT_TRUE(checked.out.startsWith("healthy: All 102.000 PS")) << checked.out.toStdString();
-    const FleetResult unknown = check("n3", {}, "Quick");
+// Each seen letting an unprivileged user resume a drained node, and their kin.
+TEST_F(FleetCheckTrust, CannotDecideOnWhatOthersCouldWrite) {
+    expectRoutes({
+        {"true", "", ""},
+        // An ACL entry on the host's folder, its mode bits clean (the mask holds it back).
+        {"setfacl -m u:daemon:rwx %1/r/n1 && chmod 755 %1/r/n1", "%1/r/n1", "user daemon (ACL)"},
+        {"setfacl -m g:nogroup:w %1/r/n1/%2", "%1/r/n1/%2", "group nogroup (ACL)"},
+        // A folder above the records that everyone may write, without the sticky bit: the
+        // records folder could be swapped for another.
+        {"chmod 777 %1", "%1", "everyone (mode 777)"},
+        {"chmod 666 %1/r/n1/%2", "%1/r/n1/%2", "everyone (mode 666)"},
+        {"chmod g+w %1/r/corebench-summary.json", "%1/r/corebench-summary.json", "(mode 664)"},
+        {"chmod 1777 %1/r", "%1/r", "everyone (mode 1777)"},
+    });
+    const FleetResult unknown = runFleet({"check", "--summary", "s", "--host", "n1", "--test",
+                                          "All", "--writer", "no-such-user", "r"});
     EXPECT_EQ(unknown.status, 2);
-    EXPECT_TRUE(unknown.err.contains("unknown test \"Quick\"")) << unknown.err.toStdString();
-    const FleetResult history = runFleet({"history", "--test", "ALL", "n3", path("records")});
-    EXPECT_EQ(history.status, 0) << history.err.toStdString();
-    EXPECT_TRUE(history.out.contains("All: 1 runs")) << history.out.toStdString();
+    EXPECT_TRUE(unknown.err.contains("--writer: no user \"no-such-user\""));
 }
 
-// A limit of 0 is no limit, however the 0 is written.
-TEST_F(FleetCheck, ALimitOfZeroIsNoLimit) {
-    fleet();
-    const FleetResult plain = check("n1");
-    ASSERT_EQ(plain.status, 0);
-    // A number (floor, drift) or an age.
-    const std::pair<const char*, const char*> zeros[] = {
-        {"0", "0"}, {"0.0", "0d"}, {"00", "00"}, {"0e0", "0m"}};
-    for (const auto& [zero, age] : zeros) {
-        const FleetResult result =
-            check("n1", {"--floor", zero, "--max-age", age, "--drift", zero});
-        EXPECT_EQ(result.status, 0) << zero << ": " << result.err.toStdString();
-        EXPECT_EQ(result.out, plain.out) << zero;
+TEST_F(FleetCheckTrust, TrustsRootAndTheWriterAlone) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "giving files to other users needs root";
     }
-    EXPECT_EQ(check("n1", {"--floor", "-1"}).status, 2);
-    EXPECT_EQ(check("n1", {"--drift", "1"}).status, 2);
-}
-
-// check reads the node's records newest first and stops once its verdict is known: without a
-// drift setting at the newest, with one where the current configuration began or after 200
-// records. What it reads must be what its name says; what it does not read cannot stop it.
-TEST_F(FleetCheck, ReadsBackOnlyAsFarAsTheVerdictNeeds) {
-    fleet();
-    add("n1", 100.3, base.addDays(1), 1, "Old CPU");
-    for (int day = 2; day <= 7; ++day) {
-        add("n1", day % 2 ? 100.3 : 99.7, base.addDays(day));
-    }
-    write("n1", base.addDays(-1), 1, "{");  // before the CPU changed
-    const QStringList drift{"--drift", "0.05"};
-    EXPECT_EQ(check("n1").status, 0);
-    EXPECT_EQ(check("n1", drift).status, 0);
-
-    const QString broken = write("n1", base.addDays(3).addSecs(60), 1, "{");  // after it changed
-    EXPECT_EQ(check("n1").status, 0);
-    const FleetResult needed = check("n1", drift);
-    EXPECT_EQ(needed.status, 2);
-    EXPECT_TRUE(needed.out.startsWith(("cannot decide: " + broken + ": invalid record").toUtf8()))
-        << needed.out.toStdString();
-    QFile::remove(broken);
-
-    // The newest must say what its name says; a file not named as a record is in doubt.
-    const QString misdated = add("n1", 100, base.addDays(8));
-    QFile::rename(misdated, path("records/n1/n1-All-") +
-                                base.addDays(9).toString("yyyyMMdd'T'HHmmss'Z'") + ".json");
-    EXPECT_TRUE(check("n1").out.contains("its name otherwise"));
-    QFile::remove(path("records/n1/n1-All-") + base.addDays(9).toString("yyyyMMdd'T'HHmmss'Z'") +
-                  ".json");
-    QFile::copy(
-        path("records/n1/n1-All-") + base.addDays(7).toString("yyyyMMdd'T'HHmmss'Z'") + ".json",
-        path("records/n1/notes.json"));
-    EXPECT_TRUE(check("n1").out.contains("notes.json: not named as a record of n1"));
-    QFile::remove(path("records/n1/notes.json"));
-
-    // One configuration for ever: the newest 200 records are read, not the 201st.
-    for (int hour = 1; hour <= 200; ++hour) {
-        add("n4", hour % 2 ? 100.3 : 99.7, base.addSecs(3600 * hour));
-    }
-    const QString oldest = write("n4", base, 1, "{");
-    EXPECT_EQ(check("n4", drift).status, 0);
-    QFile::remove(path("records/n4/n4-All-") + base.addSecs(3600).toString("yyyyMMdd'T'HHmmss'Z'") +
-                  ".json");
-    EXPECT_EQ(check("n4", drift).status, 2) << "the 200th from the newest is read";
+    expectRoutes({
+        {"chown nobody %1/r/n1/%2", "%1/r/n1/%2", "its owner, user nobody"},
+        {"chown 4242 %1/r", "%1/r", "its owner, uid 4242"},
+        {"chown -R nobody %1/r", "", "", "nobody"},
+        {"chown nobody %1/r/corebench-summary.json", "", "", "nobody"},
+        // Root's sticky folder, as /tmp: no one else can rename what is in it.
+        {"chmod 1777 %1", "", ""},
+        {"chown nobody %1 && chmod 1777 %1", "%1", "its owner, user nobody"},
+    });
 }
 
 }  // namespace

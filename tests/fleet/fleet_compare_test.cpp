@@ -170,10 +170,10 @@ Compared compareThroughJson(const std::vector<LoadedRecord>& fleet) {
     Compared compared;
     compared.rows = compareRecords(fleet, CompareOptions(), &compared.groups);
     QString error;
-    compared.summary =
-        summaryFromJson(summaryToJson(compared.rows, compared.groups, CompareOptions(),
-                                      QDateTime::currentDateTimeUtc()),
-                        &error);
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    compared.summary = summaryFromJson(
+        summaryToJson(compared.rows, compared.groups, CompareOptions(), "/records", now), now,
+        &error);
     EXPECT_TRUE(compared.summary) << error.toStdString();
     return compared;
 }
@@ -183,11 +183,17 @@ Compared compareThroughJson(const std::vector<LoadedRecord>& fleet) {
 // check's decision for one node, from the summary as compare writes it (through its JSON) and the
 // node's own records.
 TEST(NodeVerdict, DecidesFromTheSummaryAndNewerOwnRecords) {
+    // n3 also has a stale record of "all", a group of its own, which must not stand for "All".
+    LoadedRecord staleAll = node("n3", 10);
+    staleAll.record.test = QStringLiteral("all");
+    staleAll.record.startedAt = staleAll.record.startedAt.addDays(-1);
     const Compared compared =
         compareThroughJson({node("n1", 100), node("n2", 101), node("n3", 99), node("n4", 100),
-                            node("n5", 102), node("n6", 60)});
+                            node("n5", 102), node("n6", 60), staleAll});
     ASSERT_TRUE(compared.summary);
     LoadedRecord stranger = node("n2", 10, "EPYC 7543", 5);
+    LoadedRecord single = node("nX", 20);
+    single.record.test = QStringLiteral("SingleSpeed");
     const auto later = [](const char* host, double ps, const char* model = "EPYC 7543") {
         return node(host, ps, model, 2);
     };
@@ -203,6 +209,8 @@ TEST(NodeVerdict, DecidesFromTheSummaryAndNewerOwnRecords) {
     };
     const Row table[] = {
         {"n1", "All", {node("n1", 100)}, {}, {}, "healthy: All 100.000 PS at 2026-11-01T12:00:00Z"},
+        {"n1", "all", {}, {}, {}, "healthy: all 100.000 PS at 2026-11-01T12:00:00Z"},
+        {"n3", "All", {}, {}, {}, "healthy: All 99.000 PS at 2026-11-01T12:00:00Z"},
         {"n6", "All", {node("n6", 60)}, {}, {}, "drain: flagged by compare (robust z -"},
         // Newer than the summary: judged against the summary's group.
         {"n6", "All", {later("n6", 100)}, {}, {}, "healthy: All 100.000 PS at 2026-11-02"},
@@ -214,19 +222,23 @@ TEST(NodeVerdict, DecidesFromTheSummaryAndNewerOwnRecords) {
         {"n6", "All", {}, 90, kDays3, "drain: flagged by compare (robust z -"},
         {"nX", "All", {}, 50, kDays3, "drain: no All record of nX in /records"},
         {"nX", "All", {}, 50, {}, "healthy: no All record of nX"},
+        // Records of other tests only: the check is set to another test than the sweep runs.
+        {"nX", "All", {single}, 50, kDays3, "cannot decide: nX has records of SingleSpeed but"},
+        {"n1", "Single", {single}, {}, {}, "cannot decide: n1 has records of All but none of"},
     };
     for (const Row& row : table) {
-        const CheckRequest request{row.host, row.test,   row.floor, row.maxAgeS,
-                                   "3d",     "/records", now,       {}};
+        const CheckRequest request{row.host,   row.test, row.floor, row.maxAgeS, "3d",
+                                   "/records", now,      {},        "/records"};
         const NodeVerdict verdict = decideNode(*compared.summary, row.own, request);
         EXPECT_TRUE(verdict.line.startsWith(QLatin1String(row.line)))
             << row.host << " " << row.line << ": " << verdict.line.toStdString();
         EXPECT_EQ(verdict.verdict == Verdict::Drain, verdict.line.startsWith("drain"));
+        EXPECT_EQ(verdict.verdict == Verdict::CannotDecide, verdict.line.startsWith("cannot"));
     }
     QString error;
-    EXPECT_FALSE(summaryFromJson(R"({"kind":"corebench-summary","schema":2})", &error));
-    EXPECT_FALSE(
-        summaryFromJson(summaryToJson(compared.rows, compared.groups, {0.9, 3.5}, {}), &error));
+    EXPECT_FALSE(summaryFromJson(R"({"kind":"corebench-summary","schema":1})", now, &error));
+    EXPECT_FALSE(summaryFromJson(
+        summaryToJson(compared.rows, compared.groups, {0.9, 3.5}, "/records", {}), now, &error));
 }
 
 // With a drift setting, a drop in the node's own runs drains it, however it compares with its
@@ -247,7 +259,7 @@ TEST(NodeVerdict, DrainsOnOwnDriftOnlyWhenAsked) {
         {0.03, "drain: drift: -3.3% since 2026-11-03 (p < 0.0001)"},
     };
     for (const auto& [drift, line] : table) {
-        CheckRequest request{"n1", "All", {}, {}, "", "/records", {}, drift};
+        CheckRequest request{"n1", "All", {}, {}, "", "/records", {}, drift, "/records"};
         const QString got = decideNode(*compared.summary, own, request).line;
         EXPECT_TRUE(got.startsWith(QLatin1String(line))) << got.toStdString();
     }

@@ -2,16 +2,20 @@
 // output, crash, print nothing or cannot start, and once with the real corebench.
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <QCryptographicHash>
 #include <QDir>
+#include <QDirIterator>
 #include <QElapsedTimer>
 #include <QFileInfo>
 #include <QLocale>
 #include <QRegularExpression>
 #include <QSysInfo>
 #include <QTemporaryDir>
+#include <csignal>
+#include <cstring>
 
 #include "fleet_test_support.h"
 
@@ -140,12 +144,73 @@ TEST_F(FleetRun, UnwritableFoldersRunNothing) {
     const QString corebench = replaying("singlespeed-divider1.log", 22);
     writeFile(path("plainfile"), "x");
     QDir().mkpath(path("linked"));
-    // The host's folder planted as a link: its records would go where it points.
+    QDir().mkpath(path("elsewhere"));
+    // The host's folder or --out planted as a link: the records would go where it points.
     ASSERT_EQ(symlink(qPrintable(path("elsewhere")), qPrintable(path("linked/") + kHost)), 0);
-    for (const char* out : {"plainfile/sub", "linked"}) {
+    ASSERT_EQ(symlink(qPrintable(path("elsewhere")), qPrintable(path("out-link"))), 0);
+    for (const char* out : {"plainfile/sub", "linked", "out-link"}) {
         EXPECT_EQ(runFleet({"run", "--corebench", corebench, "--out", path(out)}).status, 6);
     }
     EXPECT_FALSE(QFile::exists(path("args"))) << "nothing is run when nothing can be kept";
+    EXPECT_TRUE(QDir(path("elsewhere")).isEmpty());
+}
+
+// --out, --prom and the host's folder are made one way: mode 0755 whatever the umask, and never
+// a link where the folder written into should be.
+TEST_F(FleetRun, MakesEveryFolderOneWay) {
+    QDir().mkpath(path("elsewhere"));
+    ASSERT_EQ(symlink(qPrintable(path("elsewhere")), qPrintable(path("prom-link"))), 0);
+    const mode_t umaskBefore = umask(077);
+    const FleetResult result =
+        runFleet({"import", "--host", "n1", "--out", path("new/records"), "--prom",
+                  path("prom-link"), kData + "/singlespeed-plain.log"});
+    umask(umaskBefore);
+    EXPECT_EQ(result.status, 6);
+    EXPECT_TRUE(result.err.contains(path("prom-link").toUtf8() + " is not a folder but a symbolic"))
+        << result.err.toStdString();
+    EXPECT_TRUE(QDir(path("elsewhere")).isEmpty());
+    for (const char* folder : {"new", "new/records", "new/records/n1"}) {
+        EXPECT_EQ(QFileInfo(path(folder)).permissions(),
+                  QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadUser |
+                      QFile::WriteUser | QFile::ExeUser | QFile::ReadGroup | QFile::ExeGroup |
+                      QFile::ReadOther | QFile::ExeOther)
+            << folder;
+    }
+}
+
+// A file that would pass the file size limit (ulimit -f) is a write that failed, as on a full
+// disk: status 6, no temporary file left, no record that was not written whole. corebench itself
+// runs with the system's default for the limit's signal.
+TEST_F(FleetRun, FileSizeLimitIsAFailedWrite) {
+    const QString log = kData + "/singlespeed-divider1.log";
+    writeFile(path("corebench"),
+              ("#!/bin/sh\nawk '/^SigIgn/ { print $2 }' /proc/$$/status > '" + path("ignored") +
+               "'\ncat '" + log + "'\n")
+                  .toUtf8(),
+              QFile::ReadOwner | QFile::ExeOwner);
+    const QString out = path("out");
+    // 100 bytes: less than any log or record.
+    const std::pair<QStringList, QString> cases[] = {
+        {{"run", "--out", out, "--corebench", path("corebench")}, "cannot write the log"},
+        {{"import", "--host", "n1", "--out", out, log},
+         ".json: " + QString::fromLocal8Bit(strerror(EFBIG))},
+    };
+    for (const auto& [arguments, message] : cases) {
+        SCOPED_TRACE(message.toStdString());
+        const FleetResult result =
+            runFleet(QStringList{"--fsize=100", fleetProgram()} + arguments, "prlimit");
+        EXPECT_EQ(result.status, 6);
+        EXPECT_TRUE(result.err.contains(message.toUtf8())) << result.err.toStdString();
+        QStringList files;
+        for (QDirIterator it(out, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+             it.hasNext();) {
+            files << it.next();
+        }
+        EXPECT_EQ(files.filter(".tmp").size(), 0) << files.join(' ').toStdString();
+        EXPECT_EQ(files.filter(".json").size(), 0) << files.join(' ').toStdString();
+    }
+    EXPECT_EQ(
+        readFile(path("ignored")).trimmed().toULongLong(nullptr, 16) & (1ULL << (SIGXFSZ - 1)), 0u);
 }
 
 TEST_F(FleetRun, ImportsExistingLogs) {
@@ -246,7 +311,7 @@ TEST(FleetProm, WritersEndingTogetherBothSurvive) {
         }
         for (QProcess& writer : writers) {
             ASSERT_TRUE(writer.waitForFinished(60000));
-            EXPECT_EQ(writer.exitCode(), 0);
+            EXPECT_EQ(writer.exitCode(), 0) << writer.readAllStandardError().toStdString();
         }
         const QByteArray prom = readFile(dir.filePath("corebench.prom"));
         EXPECT_TRUE(prom.contains("corebench_score_ps{test=\"SingleSpeed\"}")) << round;
@@ -283,30 +348,43 @@ find full roomy -type f ! -name fill | sort > files; cat full/prom/corebench.pro
     EXPECT_EQ(readFile(dir.filePath("prom")), "old\n");
 }
 
-TEST(FleetProgram, RefusesBadArgumentsWithStatus2) {
+// Called wrong (2) is told apart from records that are bad or missing (7) and from a check that
+// lacks its evidence (8); nothing is written either way.
+TEST(FleetProgram, StatusSaysWhetherItWasCalledWrongOrLacksInput) {
     QTemporaryDir dir;
     const QString log = kData + "/singlespeed-plain.log";
-    const std::pair<QStringList, const char*> cases[] = {
-        {{}, "Usage:"},
-        {{"frobnicate"}, "unknown command"},
-        {{"run", "--bogus"}, "Unknown option"},
-        {{"import"}, "at least one LOG"},
-        {{"import", "--test", "Quick", log}, "unknown test"},
+    const QStringList check{"check",  "--summary", dir.filePath("summary.json"), "--host", "n1",
+                            "--test", "All"};
+    const std::tuple<QStringList, int, const char*> cases[] = {
+        {{"--help"}, 0, "\n  7  compare, history: a record unreadable or invalid"},
+        {{"check", "--help"}, 0, "\n  8  check: cannot decide"},
+        {{}, 2, "Usage:"},
+        {{"frobnicate"}, 2, "unknown command"},
+        {{"run", "--bogus"}, 2, "Unknown option"},
+        {{"import"}, 2, "at least one LOG"},
+        {{"import", "--test", "Quick", log}, 2, "unknown test"},
         // A name that would make CSV rows, start an option or leave the folder.
-        {{"import", "--host", "n1\nn2,drain", log}, "is not valid"},
-        {{"import", "--host", "-rf", log}, "is not valid"},
-        {{"import", "--host", "node01\n", "--out", dir.path(), log}, "is not valid"},
-        {{"compare"}, "at least one PATH"},
-        {{"compare", dir.path()}, "no records found"},
-        {{"compare", "--format", "xml", dir.path()}, "--format must be"},
-        {{"compare", "--floor", "-1", dir.path()}, "--floor must be"},
-        {{"compare", "--z", "abc", dir.path()}, "--z must be"},
-        {{"compare", "--colour", dir.path()}, "Unknown option"},
+        {{"import", "--host", "n1\nn2,drain", log}, 2, "is not valid"},
+        {{"import", "--host", "-rf", log}, 2, "is not valid"},
+        {{"import", "--host", "node01\n", "--out", dir.path(), log}, 2, "is not valid"},
+        {{"compare"}, 2, "at least one PATH"},
+        {{"compare", "--format", "xml", dir.path()}, 2, "--format must be"},
+        {{"compare", "--floor", "-1", dir.path()}, 2, "--floor must be"},
+        {{"compare", "--z", "abc", dir.path()}, 2, "--z must be"},
+        {{"compare", "--colour", dir.path()}, 2, "Unknown option"},
+        {{"compare", dir.path()}, 7, "no records found"},
+        {{"history", "n1", dir.path()}, 7, "no records of host \"n1\""},
+        {{"check", dir.path()}, 2, "check needs --summary"},
+        {check + QStringList{"--drift", "5", dir.path()}, 2, "--drift must be"},
+        {check + QStringList{dir.filePath("none")}, 8, "cannot decide: cannot read the records"},
+        // Linux names the missing file; elsewhere the trust rule cannot be checked at all.
+        {check + QStringList{dir.path()}, 8, "cannot decide: "},
     };
-    for (const auto& [arguments, message] : cases) {
+    for (const auto& [arguments, status, message] : cases) {
         const FleetResult result = runFleet(arguments);
-        EXPECT_EQ(result.status, 2) << message;
-        EXPECT_TRUE(result.err.contains(message)) << result.err.toStdString();
+        EXPECT_EQ(result.status, status) << message;
+        EXPECT_TRUE((result.err + result.out).contains(message))
+            << message << ": " << result.err.toStdString() << result.out.toStdString();
     }
     EXPECT_TRUE(QDir(dir.path()).isEmpty()) << "nothing written";
 }

@@ -132,6 +132,21 @@ TEST(RecordNames, ValidNamesAndFileNames) {
                                                          {"n\xc3\xa4", false}}) {
         EXPECT_EQ(isValidName(name), valid) << name.toStdString();
     }
+    // A record's file name, as run and import give it; the summary and a log are none.
+    for (const auto& [name, record] : std::initializer_list<std::pair<QString, bool>>{
+             {"n1-All-20261123T171300Z.json", true},
+             {"node-01.farm-my-SingleSpeed-20261123T171300Z-12.json", true},
+             // Only a test of the table, as it spells it.
+             {"node-01.farm-my-test-20261123T171300Z.json", false},
+             {"n1-all-20261123T171300Z.json", false},
+             {"n1-All-20261123T171300Z-1.json", false},
+             {"n1-All-20261123T171300Z.json\n", false},
+             {"n1-20261123T171300Z.json", false},
+             {"n1-All-20261123T171300Z.log", false},
+             {"-All-20261123T171300Z.json", false},
+             {"corebench-summary.json", false}}) {
+        EXPECT_EQ(isRecordFileName(name), record) << name.toStdString();
+    }
     // A time in another zone is named in UTC.
     const QDateTime time(QDate(2026, 11, 23), QTime(17, 13, 0), Qt::UTC);
     EXPECT_EQ(recordBaseName("n", "All", time.toOffsetFromUtc(3600)),
@@ -164,10 +179,11 @@ TEST(RecordNames, HostRecordPathsListOnlyThatHost) {
     QTemporaryDir dir;
     QDir().mkpath(dir.filePath("n1"));
     QDir().mkpath(dir.filePath("n1-a"));
-    for (const char* file : {"n1/n1-All-20261123T171300Z.json", "n1/n1-All-20261123T171300Z.log",
-                             "n1-All-20251123T171300Z-2.json", "n1-a-All-20251123T171300Z.json",
-                             "n1-a/n1-a-All-20261123T171300Z.json", "n10-All-20251123T171300Z.json",
-                             "n1-Bogus-20251123T171300Z.json"}) {
+    for (const char* file :
+         {"n1/n1-All-20261123T171300Z.json", "n1/n1-All-20261123T171300Z.log",
+          "n1-All-20251123T171300Z-2.json", "n1-a-All-20251123T171300Z.json",
+          "n1-a/n1-a-All-20261123T171300Z.json", "n10-All-20251123T171300Z.json",
+          "n1-Bogus-20251123T171300Z.json", "n1/corebench-summary.json", "n1/n1-All-copy.json"}) {
         writeFile(dir.filePath(file), "{}");
     }
     QStringList problems;

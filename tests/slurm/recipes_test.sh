@@ -2,14 +2,16 @@
 # shellcheck disable=SC2015 # "check && check || fail" is meant
 # The decisions of the Slurm recipes, with stand-ins for scontrol, sinfo, sbatch and
 # corebench-fleet on PATH: what gets drained, resumed or left alone, what gets submitted and how
-# the job scripts quote their paths, how nodes are weighted. The real daemons are exercised by
+# the job scripts quote their paths; how nodes are weighted, by this build's corebench-fleet
+# (weights reads records, which a stand-in would not). The real daemons are exercised by
 # slurm_cluster_test.sh; this covers the cases a one-node cluster cannot show (stale and missing
 # records, other hosts, several nodes), without root.
 #
-# Usage: recipes_test.sh CONTRIB_SLURM_DIR
+# Usage: recipes_test.sh CONTRIB_SLURM_DIR COREBENCH_FLEET
 set -euo pipefail
 
 contrib=$(readlink -f "$1")
+fleet=$(readlink -f "$2")
 tmp=$(mktemp -d)
 trap 'rm -rf "$tmp"' EXIT
 stub=$tmp/stub
@@ -70,8 +72,7 @@ cat > "$stub/bin/corebench-fleet" <<'STUB'
 printf '<%s>' "$@" > "$STUB/$1_args"
 [ "$1" = run ] && exit 0
 if [ "$1" = check ]; then
-  read -r status verdict < "$STUB/verdict"
-  echo "$verdict"
+  { read -r status verdict; printf '%s\n' "$verdict"; cat; } < "$STUB/verdict"
   exit "$status"
 fi
 [ "$1" = compare ] || exit 2
@@ -125,6 +126,7 @@ FLOOR=${1-}      # PS
 MAX_AGE=${2-}
 DRIFT=${3-}
   TEST = 'All'
+WRITER=slurm
 SLURM_CONF=$tmp/slurm.conf
 HOST=n1
 FLEET=corebench-fleet
@@ -133,9 +135,10 @@ CONF
 }
 write_conf 50 8d 0.05
 r="30.000 PS below floor 50"
-# state | reason | check's status and line | expected state | reason | output (after "slurm-n1: ")
+# state | reason (\n a newline) | check's status and line | expected state | reason | output
+# (after "slurm-n1: ")
 while IFS='|' read -r state reason verdict want_state want_reason want_out; do
-  set_node slurm-n1 "$state" "$reason"
+  set_node slurm-n1 "$state" "$(printf '%b' "$reason")"
   echo "$verdict" > "$stub/verdict"
   rm -f "$stub/calls"
   out=$(env -u SLURM_CONF SLURMD_NODENAME=slurm-n1 COREBENCH_HEALTHCHECK_CONF="$conf" \
@@ -147,6 +150,7 @@ while IFS='|' read -r state reason verdict want_state want_reason want_out; do
 done <<ROWS
 IDLE||0 healthy: All 90.500 PS at T|IDLE||healthy (All 90.500 PS at T)
 IDLE+DRAIN|corebench: $r|0 healthy: All 90.500 PS at T|IDLE||resumed (All 90.500 PS at T; was: corebench: $r)
+IDLE+DRAIN|corebench: old\\nsecond line|0 healthy: All 90.500 PS at T|IDLE||resumed (All 90.500 PS at T; was: corebench: old)
 IDLE+DRAIN|corebench-like but not ours|0 healthy: X|IDLE+DRAIN|corebench-like but not ours|healthy (X), left drained by someone else: corebench-like but not ours
 MIXED+DRAIN|disk|0 healthy: X|MIXED+DRAIN|disk|healthy (X), left drained by someone else: disk
 IDLE||1 drain: $r|IDLE+DRAIN|corebench: $r|drained (corebench: $r)
@@ -154,7 +158,7 @@ IDLE+DRAIN|corebench: $r|1 drain: $r|IDLE+DRAIN|corebench: $r|stays drained (cor
 IDLE+DRAIN|corebench: old|1 drain: $r|IDLE+DRAIN|corebench: $r|drained (corebench: $r)
 IDLE+DRAIN|fan|1 drain: $r|IDLE+DRAIN|fan|would drain (corebench: $r), but it is already drained by someone else: fan
 ROWS
-[ "$(cat "$stub/check_args")" = "<check><--summary><$tmp/records/corebench-summary.json><--host><n1><--test><All><--floor><50><--max-age><8d><--drift><0.05><$tmp/records>" ] ||
+[ "$(cat "$stub/check_args")" = "<check><--summary><$tmp/records/corebench-summary.json><--host><n1><--test><All><--writer><slurm><--floor><50><--max-age><8d><--drift><0.05><$tmp/records>" ] ||
   fail "check ran as $(cat "$stub/check_args")"
 # Limits go to check as written (0 in any spelling is none there), unset ones not at all; a
 # settings file may start with a UTF-8 byte order mark.
@@ -168,39 +172,56 @@ while IFS='|' read -r floor age drift bom limits; do
   fi
   out=$(SLURMD_NODENAME=slurm-n1 "$contrib/corebench-healthcheck" --conf "$conf" 2>&1) ||
     fail "limits '$floor' '$age' '$drift' $bom: $out"
-  [ "$(cat "$stub/check_args")" = "<check><--summary><$tmp/records/corebench-summary.json><--host><n1><--test><All>$limits<$tmp/records>" ] ||
+  [ "$(cat "$stub/check_args")" = "<check><--summary><$tmp/records/corebench-summary.json><--host><n1><--test><All><--writer><slurm>$limits<$tmp/records>" ] ||
     fail "limits '$floor' '$age' '$drift' $bom: check ran as $(cat "$stub/check_args")"
 done <<ROWS
 0.0|0|0.0||<--floor><0.0><--max-age><0><--drift><0.0>
 |||bom|
 ROWS
 
+# stall TOOL...: stand-ins for TOOL, first on PATH, that never return for a path in the records
+# folder, as on a hard-mounted NFS that stalled; other paths go to the real TOOL.
+stalled=$tmp/stalled
+mkdir "$stalled"
+export PATH="$stalled:$PATH"
+stall() {
+  local tool
+  for tool in "$@"; do
+    # shellcheck disable=SC2016 # expanded by the stand-in
+    printf '#!/bin/sh\nfor a; do case $a in "%s"*) exec sleep 1000 ;; esac; done\nexec %s "$@"\n' \
+      "$tmp/records" "$(type -P "$tool")" > "$stalled/$tool"
+    chmod 755 "$stalled/$tool"
+  done
+}
+
 # Faults: whatever the check cannot judge or should not trust, it leaves the node as it is, says
-# why in one line and exits 1. "setup" is run before the check and undone after it.
+# why in one line and exits 1, within its 30 s. "setup" is run before the check and undone after
+# it.
 while IFS='|' read -r verdict setup expect; do
   write_conf 50 8d
   echo "$verdict" > "$stub/verdict"
   set_node slurm-n1 IDLE+DRAIN "corebench: x"
   rm -f "$stub/calls"
   eval "$setup"
-  out=$(SLURMD_NODENAME=slurm-n1 "$contrib/corebench-healthcheck" --conf "$conf" 2>&1) && status=0 || status=$?
-  chmod 700 "$tmp/records"; chmod 755 "$stub/bin/corebench-fleet"; rm -f "$stub/scontrol_hangs"; conf=$tmp/healthcheck.conf
+  out=$(SLURMD_NODENAME=slurm-n1 timeout 40 "$contrib/corebench-healthcheck" --conf "$conf" 2>&1) && status=0 || status=$?
+  chmod 700 "$tmp/records"; chmod 755 "$stub/bin/corebench-fleet"; rm -f "$stub/scontrol_hangs" "$stalled"/*; conf=$tmp/healthcheck.conf
   [ $status -eq 1 ] && [ "$(printf '%s\n' "$out" | wc -l)" -eq 1 ] || fail "$expect: exit $status: $out"
   case $out in "corebench-healthcheck: nothing changed: "*"$expect"*) ;; *) fail "message '$out' lacks '$expect'" ;; esac
   [ ! -e "$stub/calls" ] && [ "$(node_field slurm-n1 state)" = IDLE+DRAIN ] || fail "$expect: the node was updated"
 done <<ROWS
-2 cannot decide: cannot read the records folder R||cannot decide: cannot read the records folder R
-2 corebench-fleet: --max-age must look like 3600, 90m||--max-age must look like
-3 Segmentation fault||Segmentation fault
+8 cannot decide: cannot read the records folder R||cannot decide: cannot read the records folder R
+2 corebench-fleet: --max-age must look like 3600, 90m||check refused the settings: corebench-fleet: --max-age must look like
+3 Segmentation fault||check failed with status 3: Segmentation fault
+1 drain: X|printf '1 drain: X\\nforged\\n' > "$stub/verdict"|unexpected answer of corebench-fleet check: drain: X forged
 0 healthy: X|touch "$stub/scontrol_hangs"|scontrol show node slurm-n1: no answer within 5 s
 1 drain: X|chmod g+w "$conf"|settings file $conf (or its folder) can be written by others than root
 1 drain: X|chmod o+w "$stub/bin/corebench-fleet"|$stub/bin/corebench-fleet (or its folder) can be written by others than root
-1 drain: X|chmod 777 "$tmp/records"|$tmp/records can be written by everyone
-1 drain: X|echo FLOR=60 >> "$conf"|$conf:10: unknown setting FLOR
-1 drain: X|echo FLOOR=60 >> "$conf"|$conf:10: FLOOR is set twice (first on line 3)
+1 drain: X|echo FLOR=60 >> "$conf"|$conf:11: unknown setting FLOR
+1 drain: X|echo FLOOR=60 >> "$conf"|$conf:11: FLOOR is set twice (first on line 3)
 1 drain: X|sed -i 's/^RECORDS=.*/RECORDS=/' "$conf"|RECORDS (the shared records folder) is not set
 1 drain: X|conf=$tmp/missing.conf|cannot read settings file $tmp/missing.conf
 1 drain: X|cp "$contrib/healthcheck.conf.example" "$tmp/example.conf"; conf=$tmp/example.conf|records folder /shared/corebench/records is not there
+1 drain: X|stall test|records folder $tmp/records did not answer within 5 s
 ROWS
 
 # ---------------------------------------------------------------- sweep
@@ -247,7 +268,8 @@ while read -r status want files; do
     fail "report job with compare status $status: exit $got, files: $(ls "$odd/records")"
 done <<ROWS
 1 0 ${report_base##*/}.csv,${report_base##*/}.html,${report_base##*/}.txt
-2 2 ${report_base##*/}.csv,${report_base##*/}.html,${report_base##*/}.txt
+7 7 ${report_base##*/}.csv,${report_base##*/}.html,${report_base##*/}.txt
+2 2 
 3 3 
 ROWS
 echo 0 > "$stub/compare_status"
@@ -261,6 +283,9 @@ out=$("$contrib/corebench-sweep" --out "$tmp/records" --nodes n2,n4 2>&1) && fai
 "$contrib/corebench-sweep" --out "$tmp/records" --time 0 >/dev/null 2>&1 && fail "a zero time limit was taken"
 
 # ---------------------------------------------------------------- weights
+# The real corebench-fleet weighs the nodes from records of its own format. A CPU name holding a
+# line break must not add a row for another node, and a stale record of the test spelt otherwise
+# must not stand for the node's newest.
 rm -f "$stub"/nodes/* "$stub"/calls
 set_node a IDLE "" 1 "ssd,cb_slow"
 set_node b IDLE "" 1 ""
@@ -268,15 +293,30 @@ set_node c IDLE "" 1 "gpu"
 set_node d IDLE "" 1 "cb_mid"
 set_node y IDLE "" 1 ""
 set_node z IDLE "" 1 "cb_fast"
+set_node e IDLE "" 1 ""
+record() { # HOST TEST PS [CPU_MODEL [DAY]]: a record of November DAY (default 02) in $wrec
+  local day=${5:-02}
+  mkdir -p "$wrec/$1"
+  cat > "$wrec/$1/$1-$2-202611${day}T000000Z.json" <<JSON
+{"schema": 1, "host": "$1", "test": "$2", "started_at": "2026-11-${day}T00:00:00Z",
+ "duration_s": 6, "threads": 1, "thread_ps": [1], "ps_result": $3, "exit_value": null,
+ "status": null, "cpu_model": "${4:-Xeon}", "logical_cpus": 2, "physical_cpus": 2,
+ "hyperthreading": false, "mhz_current": null, "mhz_max": null, "ram_gib": null, "os": null,
+ "errors": [], "corebench_sha256": null, "source": "run"}
+JSON
+}
+wrec=$tmp/weights
 # y and z: a near-zero score and a zero one get the highest weight, not one out of Slurm's range.
-report "$(row y All "$now_iso" no "" 0.001)" "$(row z All "$now_iso" no "" 0.000)" "$(row a All "$now_iso" no "" 200)" "$(row b All "$now_iso" no "" 100)" \
-  "$(row ghost All "$now_iso" no "" 400)" "$(row c All "$now_iso" yes "slow" 150)" \
-  "$(row d All "$now_iso" no "" 50)" "$(row d Single "$now_iso" no "" 900)" "$(row e All "$now_iso" no "" "")"
-echo 1 > "$stub/compare_status"
-out=$("$contrib/corebench-weights" --dry-run "$tmp/records" 2>"$tmp/weights.err") || fail "weights --dry-run failed: $out"
+record y All 0.001; record z All 0; record b All 100; record ghost All 400; record c All 150
+record a All 200 'Xeon\nb,All,2026-11-03T00:00:00Z,no,,0.001,1,1,1,1,1,,1,2,x,f'
+record c all 1 Xeon 01; record d All 50; record d Single 900; record e All null
+wrec=$tmp/ghost-only
+record ghost All 400
+weights() { "$contrib/corebench-weights" --fleet "$fleet" "$@"; }
+out=$(weights --dry-run "$tmp/weights" 2>"$tmp/weights.err") || fail "weights --dry-run failed: $out $(cat "$tmp/weights.err")"
 [ ! -e "$stub/calls" ] || fail "--dry-run changed nodes: $(cat "$stub/calls")"
-out=$("$contrib/corebench-weights" "$tmp/records" 2>"$tmp/weights.err") || fail "weights failed: $out"
-grep -q "skipped ghost: not a node of this cluster" "$tmp/weights.err" &&
+out=$(weights "$tmp/weights" 2>"$tmp/weights.err") || fail "weights failed: $out $(cat "$tmp/weights.err")"
+grep -q "skipped ghost: not in the node list" "$tmp/weights.err" &&
   grep -q "skipped e: its record has no score" "$tmp/weights.err" || fail "skips not named: $(cat "$tmp/weights.err")"
 for expect in "a 100 ssd,cb_fast" "c 133 gpu,cb_fast" "b 200 cb_mid" "d 400 cb_mid" "y 65533 cb_slow" "z 65533 cb_slow"; do
   read -r n w f <<<"$expect"
@@ -284,9 +324,8 @@ for expect in "a 100 ssd,cb_fast" "c 133 gpu,cb_fast" "b 200 cb_mid" "d 400 cb_m
     fail "node $n: Weight $(node_field "$n" weight) Features $(node_field "$n" features), expected $w $f"
   printf '%s\n' "$out" | grep -qx "NodeName=$n ... Weight=$w Features=$f" || fail "no slurm.conf line for $n: $out"
 done
-report "$(row ghost All "$now_iso" no "" 400)"
-"$contrib/corebench-weights" "$tmp/records" >/dev/null 2>&1 && fail "weights with no known node succeeded"
-echo 0 > "$stub/compare_status"
+[ "$(grep -c . "$stub/calls")" -eq 6 ] || fail "weights updated: $(cat "$stub/calls")"
+weights "$tmp/ghost-only" >/dev/null 2>&1 && fail "weights with no known node succeeded"
 
 if [ $failures -ne 0 ]; then
   echo "$failures check(s) failed" >&2

@@ -21,13 +21,16 @@ QString reason(OsError error);
 // The error of a name that is already taken, by a file, a folder or a link.
 OsError nameTakenError();
 bool nameTaken(OsError error);
+// The error of a name that nothing has, in a folder that is there or not.
+bool nameMissing(OsError error);
 // The error of a lock another process holds.
 bool lockHeld(OsError error);
 
 // Why a file or folder was not opened.
 enum class OpenFault { kNone, kLink, kWrongKind, kOsError };
 
-// Creates a folder (mode 0755); kNoError when it is made or the name is already taken.
+// Creates a folder (mode 0755 whatever the umask); kNoError when it is made or the name is
+// already taken.
 OsError createFolder(const QString& path);
 // What path names, a link not followed.
 OsError entryKind(const QString& path, FolderEntry::Kind* kind);

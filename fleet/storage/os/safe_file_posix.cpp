@@ -1,5 +1,6 @@
 #include <dirent.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -16,6 +17,8 @@ namespace {
 
 // Readable by everyone: the node exporter and the report job run as other users.
 constexpr mode_t kFileMode = 0644;
+constexpr mode_t kFolderMode = 0755;
+constexpr mode_t kLockMode = 0600;
 
 QByteArray encoded(const QString& path) {
     return QFile::encodeName(path);
@@ -41,6 +44,16 @@ bool writeAll(int fd, const QByteArray& bytes) {
     return true;
 }
 
+// Whether an open that does not follow links failed (with error) on a link at path: O_NOFOLLOW
+// gives ELOOP, with O_DIRECTORY ENOTDIR, and either has other causes too.
+bool linkAt(const QByteArray& path, int error) {
+    struct stat status;
+    return (error == ELOOP || error == ENOTDIR) && lstat(path.constData(), &status) == 0 &&
+           S_ISLNK(status.st_mode);
+}
+
+void ignoreSignal(int) {}
+
 FolderEntry::Kind kindOf(mode_t mode) {
     return S_ISREG(mode)   ? FolderEntry::kFile
            : S_ISDIR(mode) ? FolderEntry::kFolder
@@ -64,12 +77,26 @@ bool nameTaken(OsError error) {
     return error == EEXIST;
 }
 
+bool nameMissing(OsError error) {
+    return error == ENOENT;
+}
+
 bool lockHeld(OsError error) {
     return error == EWOULDBLOCK;
 }
 
 OsError createFolder(const QString& path) {
-    return mkdir(encoded(path).constData(), 0755) != 0 && errno != EEXIST ? errno : kNoError;
+    if (mkdir(encoded(path).constData(), kFolderMode) != 0) {
+        return errno == EEXIST ? kNoError : errno;
+    }
+    // The mode is set through the folder made, never through a link put in its place.
+    const int fd = open(encoded(path).constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    const bool ok = fd >= 0 && fchmod(fd, kFolderMode) == 0;
+    const OsError modeError = ok ? kNoError : errno;
+    if (fd >= 0) {
+        close(fd);
+    }
+    return modeError;
 }
 
 OsError entryKind(const QString& path, FolderEntry::Kind* kind) {
@@ -152,7 +179,8 @@ OpenFault openForReading(const QString& path, qintptr* handle, qint64* size, Fil
     const int fd = open(encoded(path).constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0) {
         *error = errno;
-        return errno == ELOOP ? OpenFault::kLink : OpenFault::kOsError;
+        return linkAt(encoded(path), static_cast<int>(*error)) ? OpenFault::kLink
+                                                               : OpenFault::kOsError;
     }
     struct stat status;
     OpenFault fault = OpenFault::kNone;
@@ -201,9 +229,9 @@ OpenFault readFolder(const QString& path, bool followLink, std::vector<FolderEnt
             close(fd);
         }
         *error = openError;
-        return openError == ELOOP     ? OpenFault::kLink
-               : openError == ENOTDIR ? OpenFault::kWrongKind
-                                      : OpenFault::kOsError;
+        return !followLink && linkAt(encoded(path), openError) ? OpenFault::kLink
+               : openError == ENOTDIR                          ? OpenFault::kWrongKind
+                                                               : OpenFault::kOsError;
     }
     errno = 0;
     for (const dirent* entry; (entry = readdir(dir)) != nullptr; errno = 0) {
@@ -224,13 +252,18 @@ OpenFault readFolder(const QString& path, bool followLink, std::vector<FolderEnt
     return readError != 0 ? OpenFault::kOsError : OpenFault::kNone;
 }
 
+// Whoever can open the lock file can hold its lock, and every writer would wait on them.
 OpenFault openLockFile(const QString& path, qintptr* handle, OsError* error) {
     const int fd = open(encoded(path).constData(),
-                        O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, kFileMode);
+                        O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, kLockMode);
     if (fd < 0) {
         *error = errno;
-        return OpenFault::kOsError;
+        return linkAt(encoded(path), static_cast<int>(*error)) ? OpenFault::kLink
+                                                               : OpenFault::kOsError;
     }
+    // Also a lock file that an older corebench-fleet left readable by everyone. One of another
+    // user's stays as it is: who could make it there can replace the .prom file itself.
+    fchmod(fd, kLockMode);
     *handle = fd;
     return OpenFault::kNone;
 }
@@ -245,3 +278,12 @@ OsError tryLock(qintptr handle) {
 }
 
 }  // namespace safe_file_os
+
+// Caught, not ignored: a caught signal is the default again in a program started by exec, so
+// corebench meets its file size limit as it would without corebench-fleet.
+void failWritesPastSizeLimit() {
+    struct sigaction action {};
+    action.sa_handler = ignoreSignal;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGXFSZ, &action, nullptr);
+}

@@ -85,6 +85,10 @@ bool nameTaken(OsError error) {
     return error == ERROR_FILE_EXISTS || error == ERROR_ALREADY_EXISTS;
 }
 
+bool nameMissing(OsError error) {
+    return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+}
+
 bool lockHeld(OsError error) {
     return error == ERROR_LOCK_VIOLATION;
 }
@@ -255,10 +259,10 @@ OpenFault readFolder(const QString& path, bool followLink, std::vector<FolderEnt
         }
         return OpenFault::kOsError;
     }
-    if (!isFolder(information.dwFileAttributes) ||
-        (!followLink && isLink(information.dwFileAttributes))) {
+    const bool link = !followLink && isLink(information.dwFileAttributes);
+    if (link || !isFolder(information.dwFileAttributes)) {
         CloseHandle(folder);
-        return OpenFault::kWrongKind;
+        return link ? OpenFault::kLink : OpenFault::kWrongKind;
     }
     WIN32_FIND_DATAW found{};
     const HANDLE search =
@@ -320,3 +324,6 @@ OsError tryLock(qintptr handle) {
 }
 
 }  // namespace safe_file_os
+
+// Windows has no file size limit that ends a process: a write past a quota just fails.
+void failWritesPastSizeLimit() {}
