@@ -7,6 +7,7 @@
 #include <tuple>
 #include <utility>
 
+#include "record_files.h"
 #include "statistics.h"
 
 namespace {
@@ -155,10 +156,7 @@ std::vector<CompareRow> compareRecords(const std::vector<LoadedRecord>& records,
                                        std::vector<GroupStats>* groups) {
     // The newest undisturbed record of each host and test stands for it (the newest when every
     // one was disturbed); every undisturbed record counts for the CV.
-    const auto newer = [&](size_t a, size_t b) {
-        return std::make_pair(records[a].record.startedAt, records[a].file) >
-               std::make_pair(records[b].record.startedAt, records[b].file);
-    };
+    const auto newer = [&](size_t a, size_t b) { return startedBefore(records[b], records[a]); };
     std::map<HostTest, size_t> judged;
     std::map<HostTest, size_t> newest;
     std::map<HostTest, std::vector<double>> history;

@@ -2,13 +2,21 @@
 
 #include <QRegularExpression>
 #include <QStringList>
+#include <algorithm>
 
 #include "compare_drift.h"
+#include "record_files.h"
+#include "test_names.h"
 
 namespace {
 
 // Ten years: far beyond any sweep interval, and far from overflowing anything.
 constexpr qint64 kMaxAgeS = 3650LL * 86400;
+
+// Tests are compared as the test table spells them: "all" and "All" are one test.
+bool sameTest(const QString& a, const QString& b) {
+    return canonicalTestName(a) == canonicalTestName(b);
+}
 
 struct Newest {
     QDateTime startedAt;
@@ -16,10 +24,6 @@ struct Newest {
     QStringList flags;  // compare's reasons
     QString likelyCause;
 };
-
-bool sameTest(const QString& a, const QString& b) {
-    return a.compare(b, Qt::CaseInsensitive) == 0;
-}
 
 const GroupStats* groupFor(const FleetSummary& summary, const Record& record) {
     const GroupKey key = groupOf(record);
@@ -36,12 +40,9 @@ const LoadedRecord* newestOwn(const std::vector<LoadedRecord>& ownRecords,
                               const CheckRequest& request, bool disturbed) {
     const LoadedRecord* own = nullptr;
     for (const LoadedRecord& loaded : ownRecords) {
-        if (loaded.record.host != request.host || !sameTest(loaded.record.test, request.test) ||
-            isDisturbed(loaded.record) != disturbed) {
-            continue;
-        }
-        if (own == nullptr || std::make_pair(loaded.record.startedAt, loaded.file) >
-                                  std::make_pair(own->record.startedAt, own->file)) {
+        if (loaded.record.host == request.host && sameTest(loaded.record.test, request.test) &&
+            isDisturbed(loaded.record) == disturbed &&
+            (own == nullptr || startedBefore(*own, loaded))) {
             own = &loaded;
         }
     }
@@ -75,14 +76,32 @@ std::optional<Newest> newestOf(const FleetSummary& summary,
                   row.likelyCauses.join(QStringLiteral("; "))};
 }
 
+// The tests other than the request's that the host has records of, in the summary or its own.
+QStringList otherTests(const FleetSummary& summary, const std::vector<LoadedRecord>& ownRecords,
+                       const CheckRequest& request) {
+    QStringList tests;
+    const auto add = [&](const QString& host, const QString& test) {
+        if (host == request.host && !sameTest(test, request.test) && !tests.contains(test)) {
+            tests << test;
+        }
+    };
+    for (const SummaryHost& host : summary.hosts) {
+        add(host.host, host.test);
+    }
+    for (const LoadedRecord& loaded : ownRecords) {
+        add(loaded.record.host, loaded.record.test);
+    }
+    tests.sort();
+    return tests;
+}
+
 // The latest change point of the current segment of the node's own runs of the test.
 std::optional<ChangePoint> ownDrift(const std::vector<LoadedRecord>& ownRecords,
                                     const CheckRequest& request) {
     std::vector<LoadedRecord> mine;
     for (const LoadedRecord& loaded : ownRecords) {
-        if (loaded.record.host == request.host && sameTest(loaded.record.test, request.test)) {
+        if (loaded.record.host == request.host && loaded.record.test == request.test) {
             mine.push_back(loaded);
-            mine.back().record.test = request.test;  // one series, whatever the case
         }
     }
     const std::map<HistoryKey, HostHistory> histories = hostHistories(mine);
@@ -123,13 +142,23 @@ NodeVerdict decideNode(const FleetSummary& summary, const std::vector<LoadedReco
                                                          "older than %2")
                                               .arg(newest->startedAt.toUTC().toString(Qt::ISODate),
                                                    request.maxAgeText)
-                                        : QStringLiteral("it has no undisturbed run")),
+                                 : request.maxAgeS
+                                     ? QStringLiteral("it has no undisturbed run within %1")
+                                           .arg(request.maxAgeText)
+                                     : QStringLiteral("it has no undisturbed run")),
                         kMaxVerdictChars)};
     }
     QStringList reasons;
     QString state;
     bool slow = false;  // a reason is the score, which the power settings may explain
     if (!newest) {
+        const QStringList others = otherTests(summary, ownRecords, request);
+        if (!others.isEmpty()) {
+            return {Verdict::CannotDecide,
+                    QStringLiteral("cannot decide: %1 has records of %2 but none of %3; the "
+                                   "check's test must be the one the sweep runs (its --test)")
+                        .arg(request.host, others.join(QStringLiteral(", ")), request.test)};
+        }
         state = QStringLiteral("no %1 record of %2").arg(request.test, request.host);
         if (request.maxAgeS) {
             reasons << state + QStringLiteral(" in ") + request.records;
@@ -179,8 +208,34 @@ NodeVerdict decideNode(const FleetSummary& summary, const std::vector<LoadedReco
                                     kMaxVerdictChars)};
 }
 
+bool needsOlderRecords(const std::vector<LoadedRecord>& newestFirst, const CheckRequest& request) {
+    const Record& last = newestFirst.back().record;
+    const auto clean = [](const LoadedRecord& loaded) { return !isDisturbed(loaded.record); };
+    if (std::none_of(newestFirst.begin(), newestFirst.end(), clean)) {
+        // The verdict rests on the newest undisturbed run, which only the maximum age makes
+        // too old to look for.
+        return !request.maxAgeS || last.startedAt.secsTo(request.now) <= *request.maxAgeS;
+    }
+    if (!request.driftFraction || newestFirst.size() >= kDriftHistoryRecords) {
+        return false;
+    }
+    // Drift leaves disturbed runs and runs without a score out, and a run in another
+    // configuration (CPU model or count) than the newest scored one lies before the current
+    // configuration began.
+    const auto scored = [](const Record& record) {
+        return record.psResult && *record.psResult > 0 && !isDisturbed(record);
+    };
+    const auto newest =
+        std::find_if(newestFirst.begin(), newestFirst.end(),
+                     [&](const LoadedRecord& loaded) { return scored(loaded.record); });
+    return newest == newestFirst.end() || !scored(last) ||
+           (last.cpuModel == newest->record.cpuModel &&
+            last.logicalCpus == newest->record.logicalCpus);
+}
+
 std::optional<qint64> parseAge(const QString& text) {
-    static const QRegularExpression pattern(QStringLiteral("^([0-9]{1,10})([smhd]?)$"));
+    static const QRegularExpression pattern(
+        QRegularExpression::anchoredPattern(QStringLiteral("([0-9]{1,10})([smhd]?)")));
     const QRegularExpressionMatch match = pattern.match(text);
     if (!match.hasMatch()) {
         return std::nullopt;
@@ -193,7 +248,7 @@ std::optional<qint64> parseAge(const QString& text) {
                                                       : 1;
     // count < 10^10 and scale <= 86400: the product stays far below 2^63.
     const qint64 seconds = count * scale;
-    if (seconds < 1 || seconds > kMaxAgeS) {
+    if (seconds > kMaxAgeS) {
         return std::nullopt;
     }
     return seconds;

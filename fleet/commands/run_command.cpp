@@ -22,8 +22,8 @@
 #include "prom_file.h"
 #include "pseudo_terminal.h"
 #include "record_conditions.h"
+#include "record_files.h"
 #include "record_from_log.h"
-#include "record_json.h"
 #include "record_names.h"
 #include "safe_file.h"
 #include "test_names.h"
@@ -219,7 +219,16 @@ int runOnce(const RunSettings& settings, std::optional<QStringList>* disturbed) 
     if (record.conditions) {
         record.disturbed = disturbedCauses(record.conditions->figures);
     }
-    const QString written = publishNewFile(recordPath, recordToBytes(record), &error);
+    // What a reader would refuse is not written: the node would never be judged again.
+    const std::optional<QByteArray> bytes =
+        recordFileBytes(record, QDateTime::currentDateTimeUtc(), &error);
+    if (!bytes) {
+        printMessage(QStringLiteral("no record written, as a reader would refuse it: %1; the raw "
+                                    "log is kept in %2")
+                         .arg(error, logName));
+        return kStatusUsage;
+    }
+    const QString written = publishNewFile(recordPath, *bytes, &error);
     if (written.isEmpty()) {
         printMessage(error);
         return kStatusUnwritable;

@@ -8,6 +8,7 @@
 
 #include "record_conditions.h"
 #include "record_names.h"
+#include "test_names.h"
 
 namespace {
 
@@ -251,12 +252,20 @@ std::optional<Record> recordFromJson(const QByteArray& bytes, QString* error) {
         !disturbedFromJson(object.value(QStringLiteral("disturbed")), &record.disturbed, error)) {
         return std::nullopt;
     }
-    record.startedAt = QDateTime::fromString(startedAt, Qt::ISODate);
-    if (!record.startedAt.isValid()) {
-        *error = QStringLiteral("\"started_at\" is not an ISO 8601 time: %1").arg(startedAt);
+    // Only the form records are written in: a time without a zone would be read in the reader's.
+    const std::optional<QDateTime> utc = utcTimeFromText(startedAt);
+    if (!utc) {
+        *error = QStringLiteral("\"started_at\" is not a UTC time such as 2026-11-23T17:29:41Z");
         return std::nullopt;
     }
-    record.startedAt = record.startedAt.toUTC();
+    record.startedAt = *utc;
+    // One test has one name, whatever the case it was written in.
+    const QString test = canonicalTestName(record.test);
+    if (test.isEmpty()) {
+        *error = QStringLiteral("\"test\" is not one of corebench's tests");
+        return std::nullopt;
+    }
+    record.test = test;
     if (threads.value_or(-1) != record.threadPs.size()) {
         *error = QStringLiteral("\"threads\" does not match the length of \"thread_ps\"");
         return std::nullopt;

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <QTemporaryDir>
+#include <tuple>
 
 #include "fleet_test_support.h"
 #include "log_parser.h"
@@ -157,7 +158,14 @@ TEST(Record, RejectsInvalidRecordsWithTheReason) {
         {edited("threads", 2), "\"threads\" does not match"},
         {edited("hyperthreading", 1), "\"hyperthreading\" is not true, false or null"},
         {edited("errors", QJsonArray{1}), "\"errors\" is not an array of strings"},
-        {edited("started_at", "yesterday"), "not an ISO 8601 time"},
+        // One form of a time: another zone, none at all (read in the reader's zone), fractions.
+        {edited("started_at", "yesterday"), "\"started_at\" is not a UTC time"},
+        {edited("started_at", "2026-11-23T17:13:00"), "\"started_at\" is not a UTC time"},
+        {edited("started_at", "2026-11-23T19:13:00+02:00"), "\"started_at\" is not a UTC time"},
+        {edited("started_at", "2026-11-23T17:13:00.5Z"), "\"started_at\" is not a UTC time"},
+        {edited("started_at", "2026-02-30T17:13:00Z"), "\"started_at\" is not a UTC time"},
+        {edited("started_at", "2026-11-23T17:13:00Z\n"), "\"started_at\" is not a UTC time"},
+        {edited("test", "Quick"), "\"test\" is not one of corebench's tests"},
         {edited("source", "guess"), "\"source\" is neither"},
         // Planted values: names that break CSV rows, scores that make a median infinite.
         {edited("host", "n1\nn2,drain"), "\"host\" is not a valid name"},
@@ -192,6 +200,10 @@ TEST(Record, RejectsInvalidRecordsWithTheReason) {
     }
     QString error;
     EXPECT_TRUE(recordFromJson(edited("schema", 1), &error)) << error.toStdString();
+    // A test is spelt as the test table spells it, whatever the record says.
+    const std::optional<Record> lower = recordFromJson(edited("test", "singlespeed"), &error);
+    ASSERT_TRUE(lower) << error.toStdString();
+    EXPECT_EQ(lower->test, QStringLiteral("SingleSpeed"));
 }
 
 TEST(RecordNames, ValidNamesAndFileNames) {
@@ -206,23 +218,62 @@ TEST(RecordNames, ValidNamesAndFileNames) {
                                                          {"a/b", false},
                                                          {"a,b", false},
                                                          {"n1\nn2", false},
+                                                         {"n1\n", false},
                                                          {"n\xc3\xa4", false}}) {
         EXPECT_EQ(isValidName(name), valid) << name.toStdString();
+    }
+    // A record's file name, as run and import give it; the summary and a log are none.
+    for (const auto& [name, record] : std::initializer_list<std::pair<QString, bool>>{
+             {"n1-All-20261123T171300Z.json", true},
+             {"node-01.farm-my-SingleSpeed-20261123T171300Z-12.json", true},
+             // Only a test of the table, as it spells it.
+             {"node-01.farm-my-test-20261123T171300Z.json", false},
+             {"n1-all-20261123T171300Z.json", false},
+             {"n1-All-20261123T171300Z-1.json", false},
+             {"n1-All-20261123T171300Z.json\n", false},
+             {"n1-20261123T171300Z.json", false},
+             {"n1-All-20261123T171300Z.log", false},
+             {"-All-20261123T171300Z.json", false},
+             {"corebench-summary.json", false}}) {
+        EXPECT_EQ(isRecordFileName(name), record) << name.toStdString();
     }
     // A time in another zone is named in UTC.
     const QDateTime time(QDate(2026, 11, 23), QTime(17, 13, 0), Qt::UTC);
     EXPECT_EQ(recordBaseName("n", "All", time.toOffsetFromUtc(3600)),
               QStringLiteral("n-All-20261123T171300Z"));
+    // What a file name says: host, test as the table spells it, start, and the number a second
+    // run of the same second took.
+    const std::tuple<const char*, const char*, int> names[] = {
+        {"n1-a-All-20261123T171300Z.json", "n1-a", 1},
+        {"n1-SingleSpeed-20261123T171300Z-2.json", "n1", 2},
+        {"n1-All-20261123T171300Z-10.json", "n1", 10},
+        {"n1-all-20261123T171300Z.json", nullptr, 1},    // not the table's spelling
+        {"n1-Bogus-20261123T171300Z.json", nullptr, 1},  // not a test
+        {"n1-All-20261131T171300Z.json", nullptr, 1},    // no such day
+        {"n1-All-20261123T171300Z-1.json", nullptr, 1},  // never numbered so
+        {"n1-All-20261123T171300Z.json\n", nullptr, 1},  // a line feed after it
+        {"-All-20261123T171300Z.json", nullptr, 1},
+    };
+    for (const auto& [file, host, copy] : names) {
+        const std::optional<RecordFileName> name = parseRecordFileName(file);
+        EXPECT_EQ(name.has_value(), host != nullptr) << file;
+        EXPECT_EQ(copyNumberOf(file), copy) << file;
+        if (name && host != nullptr) {
+            EXPECT_EQ(name->host, QLatin1String(host)) << file;
+            EXPECT_EQ(name->startedAt, time) << file;
+        }
+    }
 }
 
 TEST(RecordNames, HostRecordPathsListOnlyThatHost) {
     QTemporaryDir dir;
     QDir().mkpath(dir.filePath("n1"));
     QDir().mkpath(dir.filePath("n1-a"));
-    for (const char* file : {"n1/n1-All-20261123T171300Z.json", "n1/n1-All-20261123T171300Z.log",
-                             "n1-All-20251123T171300Z-2.json", "n1-a-All-20251123T171300Z.json",
-                             "n1-a/n1-a-All-20261123T171300Z.json", "n10-All-20251123T171300Z.json",
-                             "n1-Bogus-20251123T171300Z.json"}) {
+    for (const char* file :
+         {"n1/n1-All-20261123T171300Z.json", "n1/n1-All-20261123T171300Z.log",
+          "n1-All-20251123T171300Z-2.json", "n1-a-All-20251123T171300Z.json",
+          "n1-a/n1-a-All-20261123T171300Z.json", "n10-All-20251123T171300Z.json",
+          "n1-Bogus-20251123T171300Z.json", "n1/corebench-summary.json", "n1/n1-All-copy.json"}) {
         writeFile(dir.filePath(file), "{}");
     }
     QStringList problems;
