@@ -144,7 +144,8 @@ bool LinuxOsQuery::memoryBlockBytes(int64_t* bytes) const {
     int64_t blocks = 0;
     while (const dirent* entry = readdir(dir)) {
         if (strncmp(entry->d_name, "memory", 6) == 0 &&
-            readWholeFile(root + "/" + entry->d_name + "/online", &text) && isOnlineMemoryBlock(text)) {
+            readWholeFile(root + "/" + entry->d_name + "/online", &text) &&
+            isOnlineMemoryBlock(text)) {
             ++blocks;
         }
     }
@@ -163,8 +164,8 @@ int LinuxOsQuery::brandString(char* buffer, size_t size) const {
         const int error = errno;
         std::string text;
         std::vector<int> cpus;
-        if (error != ENODATA || !readWholeFile(path("/proc/cpuinfo"), &text) || !allowedCpus(&cpus) ||
-            !describeArmCpu(text, cpus, &brand)) {
+        if (error != ENODATA || !readWholeFile(path("/proc/cpuinfo"), &text) ||
+            !allowedCpus(&cpus) || !describeArmCpu(text, cpus, &brand)) {
             return fail(error);
         }
     }

@@ -1,9 +1,9 @@
-#include "whole_file.h"
-
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
+
+#include "whole_file.h"
 
 bool readWholeFile(const std::string& path, std::string* text) {
     const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);

@@ -14,7 +14,7 @@ std::vector<DriftRun> earlierRuns(const Record& latest, const std::vector<Record
     for (const Record& record : records) {
         // Records keep the start to the second: the latest run's own record, or another of the
         // same second, is not earlier.
-        if (record.host == latest.host && record.test == latest.test &&
+        if (record.host == latest.host && record.test == latest.test && !isDisturbed(record) &&
             record.startedAt.toSecsSinceEpoch() < latest.startedAt.toSecsSinceEpoch()) {
             earlier.push_back(driftRunOf(record));
         }
@@ -42,7 +42,13 @@ std::optional<double> baselineScore(const Record& latest, const std::vector<Reco
 
 double driftRatio(const Record& latest, const std::vector<Record>& records) {
     std::vector<DriftRun> runs = earlierRuns(latest, records);
-    runs.push_back(driftRunOf(latest));
+    // A disturbed run measured the disturbance: the verdict is that of the runs before it.
+    if (!isDisturbed(latest)) {
+        runs.push_back(driftRunOf(latest));
+    }
+    if (runs.empty()) {
+        return 1;
+    }
     const std::optional<ChangePoint> drift = currentDrift(driftSegments(std::move(runs)));
     return drift && drift->direction == DriftDirection::Down ? drift->ratio : 1;
 }

@@ -4,6 +4,9 @@ std::map<HistoryKey, HostHistory> hostHistories(const std::vector<LoadedRecord>&
                                                 const DriftOptions& options) {
     std::map<HistoryKey, HostHistory> histories;
     for (const LoadedRecord& loaded : records) {
+        if (isDisturbed(loaded.record)) {
+            continue;
+        }
         histories[{loaded.record.host, loaded.record.test}].runs.push_back(
             driftRunOf(loaded.record));
     }

@@ -21,7 +21,7 @@ struct HostHistory {
 // Host and test.
 using HistoryKey = std::pair<QString, QString>;
 
-// Every host and test of the records, each looked at once.
+// Every host and test of the records, each looked at once; disturbed runs are left out.
 std::map<HistoryKey, HostHistory> hostHistories(const std::vector<LoadedRecord>& records,
                                                 const DriftOptions& options = {});
 

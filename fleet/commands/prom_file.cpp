@@ -20,10 +20,9 @@ constexpr qint64 kMaxPromBytes = 16 << 20;
 }  // namespace
 
 std::vector<Record> baselineHistory(const QString& records, const QString& host) {
-    QStringList problems;
-    RecordLoad load = loadRecords(hostRecordPaths(records, host, &problems));
+    RecordLoad load = loadHostRecords(records, host);
     // The record is written already: what stands in the way of its baseline is said, not fatal.
-    for (const QString& problem : problems + load.problems) {
+    for (const QString& problem : load.problems) {
         printMessage(QStringLiteral("left out of the baseline: %1").arg(problem));
     }
     std::vector<Record> history;

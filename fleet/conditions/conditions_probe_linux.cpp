@@ -58,14 +58,16 @@ std::string LinuxConditionsProbe::path(const std::string& file) const {
 MachineSnapshot LinuxConditionsProbe::machine() const {
     MachineSnapshot machine;
     std::string text;
-    if (!readWholeFile(path("/proc/stat"), &text) || !parseProcStat(text, ticksPerSecond_, &machine)) {
+    if (!readWholeFile(path("/proc/stat"), &text) ||
+        !parseProcStat(text, ticksPerSecond_, &machine)) {
         machine = MachineSnapshot{};
     }
     if (readWholeFile(path("/proc/loadavg"), &text)) {
         machine.load1 = parseLoadAverage(text);
     }
     std::optional<PidStat> self;
-    if (readWholeFile(path("/proc/self/stat"), &text) && (self = parsePidStat(text, ticksPerSecond_))) {
+    if (readWholeFile(path("/proc/self/stat"), &text) &&
+        (self = parsePidStat(text, ticksPerSecond_))) {
         machine.endedChildrenCpuS = self->endedChildrenCpuS;
     }
     return machine;
@@ -91,7 +93,8 @@ std::optional<ProcessSnapshot> LinuxConditionsProbe::process() {
             schedstat = parseSchedstat(text);
         }
         std::optional<PidStat> taskStat;
-        if (!readWholeFile(task + "/stat", &text) || !(taskStat = parsePidStat(text, ticksPerSecond_))) {
+        if (!readWholeFile(task + "/stat", &text) ||
+            !(taskStat = parsePidStat(text, ticksPerSecond_))) {
             continue;
         }
         TaskTimes times;

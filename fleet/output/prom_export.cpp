@@ -21,6 +21,9 @@ const Family kFamilies[] = {
     {"corebench_last_run_timestamp_seconds",
      "Start of the latest corebench run of the test, in seconds since the epoch."},
     {"corebench_run_duration_seconds", "Duration of the latest corebench run of the test."},
+    {"corebench_run_disturbed",
+     "1 when other work, steal or waiting for a CPU disturbed the latest corebench run of the "
+     "test, 0 when it was clean; absent where unknown."},
     {"corebench_baseline_score_ps",
      "Median score (PS) of the node's last 20 earlier runs of the test in the same "
      "configuration; from 3 such runs on."},
@@ -135,6 +138,10 @@ QByteArray promText(const Record& record, std::optional<double> baseline,
         QString::number(record.startedAt.toSecsSinceEpoch()));
     if (record.durationS) {
         add("corebench_run_duration_seconds", -1, test, value(*record.durationS));
+    }
+    if (record.disturbed) {
+        add("corebench_run_disturbed", -1, test,
+            isDisturbed(record) ? QStringLiteral("1") : QStringLiteral("0"));
     }
     if (baseline) {
         add("corebench_baseline_score_ps", -1, test, value(*baseline));

@@ -27,6 +27,7 @@
   var flaggedColumn = columnNamed('flagged');
   var scoreColumn = columnNamed('ps_result');
   var cpuColumn = columnNamed('cpu_model');
+  var disturbedColumn = columnNamed('newest_disturbed');
 
   function value(c, r) {
     var column = columns[c];
@@ -52,6 +53,11 @@
   // A score on an axis: two decimals, in few digits however large.
   function ps(v) { return Math.abs(v) < 1e9 ? v.toFixed(2) : v.toPrecision(6); }
   function flagged(r) { return cell(flaggedColumn, r) === 'yes'; }
+  // Every run of the node was disturbed: the row shows the newest, which was not judged.
+  function disturbed(r) {
+    return disturbedColumn >= 0 &&
+      cell(disturbedColumn, r).lastIndexOf(cell(startedColumn, r) + ': ', 0) === 0;
+  }
   function score(r) {
     var text = cell(scoreColumn, r);
     var v = text === '' ? NaN : Number(text);
@@ -105,7 +111,8 @@
     var last = Math.min(first + PAGE, shown.length);
     for (var i = first; i < last; i++) {
       var row = shown[i];
-      var tr = element('tr', flagged(row) ? { class: 'flagged' } : {}, undefined, body);
+      var tr = element('tr', flagged(row) ? { class: 'flagged' }
+        : disturbed(row) ? { class: 'disturbed' } : {}, undefined, body);
       for (var c = 0; c < columns.length; c++) {
         element('td', columns[c].kind === 'fixed' ? { class: 'num' } : {}, cell(c, row), tr);
       }
@@ -360,6 +367,7 @@
         mark.addEventListener('click', showHost.bind(null, item.row));
         flaggedMarks.push(mark);
       } else {
+        if (disturbed(item.row)) { mark.setAttribute('class', 'mark disturbed'); }
         marks.appendChild(mark);
       }
     });

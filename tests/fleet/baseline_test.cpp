@@ -9,7 +9,7 @@ namespace {
 TEST(Baseline, MedianOfTheEarlierRunsOfTheSameConfiguration) {
     // Earlier runs, oldest first, as configuration and score: a is the latest run's (CPU A, 8
     // CPUs, build s1), n a's of an unknown build, b CPU B, c 16 CPUs, o build s0, t another test,
-    // l a later run; score -: none (a score of 0 is a score).
+    // l a later run, d a's disturbed; score -: none (a score of 0 is a score).
     const std::pair<const char*, std::optional<double>> cases[] = {
         {"a10 a20", std::nullopt},
         {"a10 a- a20", std::nullopt},
@@ -20,6 +20,7 @@ TEST(Baseline, MedianOfTheEarlierRunsOfTheSameConfiguration) {
         {"n10 n20 n30", 20},
         {"a10 a10 a10 b99 a20 a30", std::nullopt},
         {"c99 o99 a10 a20 n40", 20},
+        {"a10 d99 a20 d99 a30", 20},
         // The newest 20 are 6..25; 21 or 19 runs would give 15 or 16.
         {"a1 a2 a3 a4 a5 a6 a7 a8 a9 a10 a11 a12 a13 a14 a15 a16 a17 a18 a19 a20 a21 a22 a23 a24 "
          "a25",
@@ -33,6 +34,9 @@ TEST(Baseline, MedianOfTheEarlierRunsOfTheSameConfiguration) {
         r.psResult = ps == "-" ? std::nullopt : std::optional<double>(ps.toDouble());
         r.cpuModel = kind == 'b' ? "B" : "A";
         r.logicalCpus = kind == 'c' ? 16 : 8;
+        if (kind == 'd') {
+            r.disturbed = QStringList{"steal 4.1% of the run"};
+        }
         if (kind != 'n') {
             r.corebenchSha256 = kind == 'o' ? "s0" : "s1";
         }
@@ -53,15 +57,18 @@ TEST(Baseline, MedianOfTheEarlierRunsOfTheSameConfiguration) {
 }
 
 // What run and import export as corebench_drift_ratio: the current drift of the latest run and
-// those of its host and test before it, when it is a drop; 1 otherwise. Beside them, always, 3 runs
+// those of its host and test before it, when it is a drop; 1 otherwise; a disturbed latest run
+// left out. Beside them, always, 3 runs
 // of another test and 3 later runs, all at 10 PS.
 TEST(Baseline, DriftRatioOfTheRunsUpToTheLatest) {
     const struct {
         int runs;      // before the latest, one an hour: 20 at 100 PS, then at the latest's score
         double score;  // of the latest
         double ratio;
+        bool disturbed = false;  // the latest: it is left out, the runs before it decide
     } table[] = {
-        {0, 100, 1}, {20, 100, 1}, {22, 90, 0.9}, {21, 90, 1}, {22, 110, 1}, {30, 90, 0.9},
+        {0, 100, 1},   {20, 100, 1},      {22, 90, 0.9},       {21, 90, 1},       {22, 110, 1},
+        {30, 90, 0.9}, {22, 90, 1, true}, {23, 90, 0.9, true}, {0, 100, 1, true},
     };
     for (const auto& row : table) {
         std::vector<Record> records;
@@ -77,6 +84,9 @@ TEST(Baseline, DriftRatioOfTheRunsUpToTheLatest) {
             add(i < 20 ? 100 : row.score, i);
         }
         add(row.score, row.runs);
+        if (row.disturbed) {
+            records.back().disturbed = QStringList{"steal 4.1% of the run"};
+        }
         const Record latest = records.back();
         for (int i = 1; i <= 3; ++i) {
             add(10, row.runs - i, "Single");

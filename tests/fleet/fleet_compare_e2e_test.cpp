@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <QDir>
+#include <QJsonArray>
 #include <QTemporaryDir>
 
 #include "fleet_test_support.h"
@@ -16,7 +17,7 @@ class FleetCompareProgram : public ::testing::Test {
   protected:
     void SetUp() override {
         // One real record, imported from a captured log, is the pattern of the others; five
-        // nodes close together stand in nested folders.
+        // nodes close together stand in their host folders, nested in rack folders.
         const FleetResult seed =
             runFleet({"import", "--out", path("seed"), FLEET_TEST_DATA "/singlespeed-plain.log"});
         ASSERT_EQ(seed.status, 0) << seed.err.toStdString();
@@ -26,9 +27,9 @@ class FleetCompareProgram : public ::testing::Test {
                       .object();
         ASSERT_FALSE(pattern.isEmpty());
         for (int i = 0; i < 5; ++i) {
-            addRecord(
-                QStringLiteral("fleet/rack%1/").arg(i % 2) + fileOf(QStringLiteral("n%1").arg(i)),
-                QStringLiteral("n%1").arg(i), 21.4 + 0.05 * i);
+            addRecord(QStringLiteral("fleet/rack%1/n%2/").arg(i % 2).arg(i) +
+                          fileOf(QStringLiteral("n%1").arg(i)),
+                      QStringLiteral("n%1").arg(i), 21.4 + 0.05 * i);
         }
     }
     QString path(const QString& name) const { return dir.filePath(name); }
@@ -40,8 +41,10 @@ class FleetCompareProgram : public ::testing::Test {
     QString planted(const QString& host) const { return path("fleet/" + fileOf(host)); }
 
     void addRecord(const QString& file, const QString& host, double ps,
-                   const QString& startedAt = QString(), const QString& cpuModel = QString()) {
+                   const QString& startedAt = QString(), const QString& cpuModel = QString(),
+                   const QJsonValue& disturbed = QJsonValue()) {
         QJsonObject record = pattern;
+        record.insert("disturbed", disturbed);
         record.insert("host", host);
         record.insert("ps_result", ps);
         if (!startedAt.isEmpty()) {
@@ -62,7 +65,7 @@ TEST_F(FleetCompareProgram, ExitsZeroOrOneByWhatItFinds) {
     // Five nodes from nested folders, one also named on its own: each counts once (one record).
     // How rows are judged and formatted is FleetCompare's and CompareFormat's.
     const FleetResult clean = runFleet(
-        {"compare", "--format", "csv", path("fleet"), path("fleet/rack0/" + fileOf("n0"))});
+        {"compare", "--format", "csv", path("fleet"), path("fleet/rack0/n0/" + fileOf("n0"))});
     EXPECT_EQ(clean.status, 0) << clean.err.toStdString();
     EXPECT_TRUE(clean.err.isEmpty());
     EXPECT_EQ(clean.out.count(",no,,"), 5) << clean.out.toStdString();
@@ -234,6 +237,34 @@ QByteArray patched(const QByteArray& summary, const char* patch) {
         root.insert(list, entries);
     }
     return QJsonDocument(root).toJson();
+}
+
+// A run that other work disturbed decides nothing: compare judges n0 on its older run and says
+// why the newest was left out; check cannot decide while no undisturbed run is recent enough.
+TEST_F(FleetCompareProgram, DisturbedRunsDecideNothing) {
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    const QString later = now.toString(Qt::ISODate);
+    addRecord("fleet/n0/n0-" + pattern.value("test").toString() + "-" +
+                  now.toString("yyyyMMdd'T'HHmmss'Z'") + ".json",
+              "n0", 5.0, later, QString(), QJsonArray{"other work used 0.93 of the worker's CPU"});
+    const FleetResult compared = runFleet(
+        {"compare", "--format", "csv", "--summary", path("fleet/summary.json"), path("fleet")});
+    EXPECT_EQ(compared.status, 0) << compared.out.toStdString();
+    EXPECT_TRUE(compared.out.contains(",no,,21.400,21.500,0.995,-1.35,10.753,10.753,,2,2,"))
+        << compared.out.toStdString();
+    EXPECT_TRUE(
+        compared.out.contains((later + ": other work used 0.93 of the worker's CPU,\n").toUtf8()))
+        << compared.out.toStdString();
+    const QString test = pattern.value("test").toString();
+    for (const auto& [maxAge, status, line] :
+         {std::tuple<const char*, int, const char*>{"3650d", 0, "healthy: "},
+          {"1s", 8, "cannot decide: the SingleSpeed run of n0 at "}}) {
+        const FleetResult checked =
+            runFleet({"check", "--summary", path("fleet/summary.json"), "--host", "n0", "--test",
+                      test, "--max-age", maxAge, path("fleet")});
+        EXPECT_EQ(checked.status, status) << checked.out.toStdString();
+        EXPECT_TRUE(checked.out.startsWith(line)) << checked.out.toStdString();
+    }
 }
 
 // check decides only on a summary that compare could have written of the records it is given,

@@ -97,12 +97,13 @@ TEST_F(FleetReport, CompareAddsDriftColumnsAfterTheOthers) {
     EXPECT_EQ(csv.out.split('\n')[0],
               "host,test,started_at,flagged,reason,ps_result,group_median,ratio,robust_z,"
               "min_thread_ps,median_thread_ps,cv,records,logical_cpus,cpu_model,file,drift_at,"
-              "drift_median_before,drift_median_after,drift_ratio,drift_p");
+              "drift_median_before,drift_median_after,drift_ratio,drift_p,newest_disturbed,"
+              "likely_cause");
     for (const Series& series : kSeries) {
         // Its flagged and reason fields, then its drift_at and drift_ratio.
         const QRegularExpressionMatch row =
             QRegularExpression("\n" + QRegularExpression::escape(series.host) +
-                               ",SingleSpeed,[^,]*,([^\n]*),([^,]*),[^,]*,[^,]*,([^,]*),[^,]*\n")
+                               ",SingleSpeed,[^,]*,([^\n]*),([^,]*),[^,]*,[^,]*,([^,]*),[^,]*,,\n")
                 .match(QString::fromUtf8(csv.out));
         EXPECT_TRUE(row.captured(1).startsWith(series.flagged)) << row.captured(0).toStdString();
         const QString ratio = row.captured(3).isEmpty()
@@ -332,6 +333,16 @@ void expectTableMatchesCsv(const QJsonObject& table, const QByteArray& csv) {
 }
 
 TEST_F(FleetReport, HtmlPageLoadsOfflineInChromium) {
+    // A node whose every run was disturbed is shown apart, not judged: a hollow mark, a grey row.
+    QJsonObject busy = QJsonDocument::fromJson(readFile(path("records/steady-SingleSpeed-"
+                                                             "20260101T000000Z.json")))
+                           .object();
+    busy["schema"] = 2;
+    busy["host"] = "busy";
+    busy["ps_result"] = 150.0;
+    busy["conditions"] = QJsonValue();
+    busy["disturbed"] = QJsonArray{"other work used 0.93 of the worker's CPU"};
+    writeFile(path("records/busy-SingleSpeed-20260101T000000Z.json"), QJsonDocument(busy).toJson());
     const FleetResult page = runFleet({"compare", "--format", "html", path("records")});
     ASSERT_EQ(page.status, 1) << page.err.toStdString();
     EXPECT_TRUE(page.out.contains("&lt;i&gt;odd&lt;/i&gt;&amp;CPU"));
@@ -349,8 +360,9 @@ TEST_F(FleetReport, HtmlPageLoadsOfflineInChromium) {
             .hasMatch())
         << measured.body.toStdString();
     expectJsonHas(measured.figures,
-                  R"({"overlaps": 0, "scrollWidth": 1280, "viewportWidth": 1280, "marks": 8,
-                      "flaggedMarks": 2, "named": 2, "listed": 0})");
+                  R"({"overlaps": 0, "scrollWidth": 1280, "viewportWidth": 1280, "marks": 9,
+                      "flaggedMarks": 2, "named": 2, "listed": 0, "disturbedMarks": 1,
+                      "disturbedFill": "none", "disturbedRows": ["busy"]})");
     expectTableMatchesCsv(measured.figures["table"].toObject(),
                           runFleet({"compare", "--format", "csv", path("records")}).out);
 

@@ -5,7 +5,10 @@
 //   labels     text elements drawn in SVG, overlaps: pairs of them whose boxes intersect (and the
 //              first few such pairs in overlapping)
 //   scrollWidth, viewportWidth  of the document
-//   marks, flaggedMarks  marks drawn for nodes; named, listed: flagged nodes named on a plot and
+//   marks, flaggedMarks, disturbedMarks  marks drawn for nodes, for flagged ones and for ones
+//              whose every run was disturbed, with the fill that node's mark is drawn with
+//              (disturbedFill) and the hosts of the grey rows (disturbedRows, before any sort)
+//   named, listed: flagged nodes named on a plot and
 //              listed beside one
 //   table      when the page has its node table, what it shows page by page and after each of a
 //              few sorts and filters (see probeTable)
@@ -96,6 +99,11 @@
     out.viewportWidth = document.documentElement.clientWidth;
     out.marks = document.querySelectorAll('.mark').length;
     out.flaggedMarks = document.querySelectorAll('.mark.flagged').length;
+    var disturbed = document.querySelectorAll('.mark.disturbed');
+    out.disturbedMarks = disturbed.length;
+    out.disturbedFill = disturbed.length ? getComputedStyle(disturbed[0]).fill : '';
+    out.disturbedRows = Array.prototype.map.call(document.querySelectorAll('tr.disturbed'),
+      function (tr) { return tr.cells[0].textContent; });
     out.named = document.querySelectorAll('svg text.label').length;
     out.listed = document.querySelectorAll('.unnamed li').length;
     if (document.getElementById('host-filter')) {
