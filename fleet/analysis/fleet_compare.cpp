@@ -40,6 +40,22 @@ std::optional<double> coefficientOfVariation(const std::vector<double>& values) 
     return std::sqrt(squares / static_cast<double>(values.size() - 1)) / mean;
 }
 
+// The scores of the newest kCvRuns of the records at these indices, in the order given.
+template <typename Newer>
+std::vector<double> newestScores(std::vector<size_t> indices, Newer newer,
+                                 const std::vector<LoadedRecord>& records) {
+    if (indices.size() > static_cast<size_t>(kCvRuns)) {
+        std::nth_element(indices.begin(), indices.begin() + kCvRuns - 1, indices.end(), newer);
+        indices.resize(kCvRuns);
+        std::sort(indices.begin(), indices.end());
+    }
+    std::vector<double> scores;
+    for (const size_t i : indices) {
+        scores.push_back(*records[i].record.psResult);
+    }
+    return scores;
+}
+
 QString number(double value, int decimals) {
     return QString::number(value, 'f', decimals);
 }
@@ -153,20 +169,21 @@ CompareRow judgeRecord(const LoadedRecord& loaded, const GroupStats* group,
 
 std::vector<CompareRow> compareRecords(const std::vector<LoadedRecord>& records,
                                        const CompareOptions& options,
-                                       std::vector<GroupStats>* groups) {
+                                       std::vector<GroupStats>* groups,
+                                       const std::map<HostTest, int>& unread) {
     // The newest undisturbed record of each host and test stands for it (the newest when every
-    // one was disturbed); every undisturbed record counts for the CV.
+    // one was disturbed); the newest kCvRuns undisturbed ones count for the CV.
     const auto newer = [&](size_t a, size_t b) { return startedBefore(records[b], records[a]); };
     std::map<HostTest, size_t> judged;
     std::map<HostTest, size_t> newest;
-    std::map<HostTest, std::vector<double>> history;
-    std::map<HostTest, int> counts;
+    std::map<HostTest, std::vector<size_t>> history;
+    std::map<HostTest, int> counts = unread;
     for (size_t i = 0; i < records.size(); ++i) {
         const Record& record = records[i].record;
         const HostTest key{record.host, record.test};
         ++counts[key];
         if (record.psResult && !isDisturbed(record)) {
-            history[key].push_back(*record.psResult);
+            history[key].push_back(i);
         }
         const auto latest = newest.emplace(key, i).first;
         if (newer(i, latest->second)) {
@@ -218,7 +235,7 @@ std::vector<CompareRow> compareRecords(const std::vector<LoadedRecord>& records,
             row.newestDisturbedCauses = latest.disturbed.value_or(QStringList());
         }
         row.records = counts[entry.first];
-        row.cv = coefficientOfVariation(history[entry.first]);
+        row.cv = coefficientOfVariation(newestScores(history[entry.first], newer, records));
         rows.emplace_back(std::move(group), std::move(row));
     }
     std::sort(rows.begin(), rows.end(), [](const auto& a, const auto& b) {

@@ -6,7 +6,9 @@
 #include <QDateTime>
 #include <QString>
 #include <QStringList>
+#include <map>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "drift.h"
@@ -54,6 +56,10 @@ struct CompareRow {
     QStringList likelyCauses;
 };
 
+// A row's cv is of its host's newest this many undisturbed runs with a score, drift's window: the
+// node's run-to-run noise now, not years ago.
+constexpr int kCvRuns = 50;
+
 // Like machines: CPU model (empty when unknown), logical CPU count (-1 when unknown) and test.
 struct GroupKey {
     QString cpuModel;
@@ -90,7 +96,9 @@ CompareRow judgeRecord(const LoadedRecord& loaded, const GroupStats* group,
 // One row per (host, test), of its newest undisturbed record (of its newest when all were
 // disturbed), sorted by group, then score (slowest first, no score last), then host; with groups,
 // also the statistics of each group that has a score, in key order. Disturbed runs count in no
-// group and no cv.
-std::vector<CompareRow> compareRecords(const std::vector<LoadedRecord>& records,
-                                       const CompareOptions& options,
-                                       std::vector<GroupStats>* groups = nullptr);
+// group and no cv. A row's records counts its records and the files of the host and test left
+// unread (RecordLoad::unread).
+std::vector<CompareRow> compareRecords(
+    const std::vector<LoadedRecord>& records, const CompareOptions& options,
+    std::vector<GroupStats>* groups = nullptr,
+    const std::map<std::pair<QString, QString>, int>& unread = {});

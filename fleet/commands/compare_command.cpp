@@ -7,6 +7,7 @@
 #include "compare_drift.h"
 #include "compare_format.h"
 #include "compare_html.h"
+#include "compare_reading.h"
 #include "fleet_commands.h"
 #include "fleet_compare.h"
 #include "fleet_summary.h"
@@ -75,10 +76,12 @@ int compareCommand(const QStringList& arguments) {
         printMessage(QStringLiteral("--summary needs one PATH, the records folder"));
         return kStatusUsage;
     }
-    // The summary this run replaces may lie among the records it reads: it is no record.
+    // Each host's records of a test newest first, only as far back as the verdicts look. The
+    // summary this run replaces may lie among the records it reads: it is no record.
     const RecordLoad load =
-        loadRecords(parser.positionalArguments(), QDateTime::currentDateTimeUtc(), nullptr,
-                    summaryPath.isEmpty() ? QStringList() : QStringList{summaryPath});
+        loadNewestRecords(parser.positionalArguments(), QDateTime::currentDateTimeUtc(),
+                          summaryPath.isEmpty() ? QStringList() : QStringList{summaryPath},
+                          [] { return NeedsOlder(CompareReading()); });
     for (const QString& message : load.problems + load.notes) {
         printMessage(message);
     }
@@ -88,7 +91,7 @@ int compareCommand(const QStringList& arguments) {
         return kStatusBadInput;
     }
     std::vector<GroupStats> groups;
-    std::vector<CompareRow> rows = compareRecords(load.records, options, &groups);
+    std::vector<CompareRow> rows = compareRecords(load.records, options, &groups, load.unread);
     QString error;
     // A summary of part of the records would judge the nodes whose records it missed by an
     // older record, or not at all; the last whole one stays as it was. The summary holds the

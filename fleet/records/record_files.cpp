@@ -3,6 +3,8 @@
 #include <QDir>
 #include <QFileInfo>
 #include <algorithm>
+#include <iterator>
+#include <map>
 #include <set>
 #include <tuple>
 #include <utility>
@@ -19,6 +21,23 @@ using OrderKey = std::pair<qint64, int>;
 
 OrderKey orderKey(const LoadedRecord& loaded) {
     return {loaded.record.startedAt.toMSecsSinceEpoch(), copyNumberOf(loaded.file)};
+}
+
+// A record file known by its name alone, until it is read.
+struct NamedFile {
+    qint64 startedAt;  // seconds, as the name says
+    int copy;
+    QString folder;
+    QString name;
+    QString expectedHost;  // whose folder holds it; empty for a folder the caller named
+};
+
+// By host and test, as the files' names say.
+using NamedFiles = std::map<std::pair<QString, QString>, std::vector<NamedFile>>;
+
+QString notNamedAs(const QString& path, const QString& host) {
+    return QStringLiteral("%1: not named as a record of %2 (%2-<test>-<time>.json)")
+        .arg(path, host);
 }
 
 class Loader {
@@ -75,11 +94,19 @@ class Loader {
             problem(path, error);
             return;
         }
-        // Directory order is the file system's; sorted, the output is the same everywhere.
-        std::sort(entries.begin(), entries.end(),
-                  [](const FolderEntry& a, const FolderEntry& b) { return a.name < b.name; });
         const QDir dir(path);
         const QString host = named ? QString() : QFileInfo(path).fileName();
+        // The records left unread first, in any order (newestFirst orders them); the rest is
+        // sorted, so that the output is the same on every file system.
+        if (named_ != nullptr) {
+            entries.erase(std::remove_if(entries.begin(), entries.end(),
+                                         [&](FolderEntry& entry) {
+                                             return leftUnread(path, dir, host, entry);
+                                         }),
+                          entries.end());
+        }
+        std::sort(entries.begin(), entries.end(),
+                  [](const FolderEntry& a, const FolderEntry& b) { return a.name < b.name; });
         for (const FolderEntry& entry : entries) {
             const QString child = dir.filePath(entry.name);
             if (entry.kind == FolderEntry::kFolder) {
@@ -96,9 +123,64 @@ class Loader {
                 }
             } else if (entry.kind == FolderEntry::kLink) {
                 problem(child, QStringLiteral("a symbolic link, not read"));
-            } else {
+            } else if (named_ == nullptr) {
                 file(child, host);  // which names anything but a regular file
+            } else if (namedFiles_.count(absolute(child)) == 0) {
+                // What leftUnread did not take: in a host's folder, named as another's.
+                load_.problems << notNamedAs(child, host);
             }
+        }
+    }
+
+    // From now on folder() leaves the records it finds unread, in named, but for the files the
+    // caller names (read as files).
+    void leaveUnread(NamedFiles* named, const QStringList& files) {
+        named_ = named;
+        for (const QString& path : files) {
+            namedFiles_.insert(absolute(path));
+        }
+    }
+
+    // Reads one host and test's files newest first by their names, for as long as more asks; each
+    // record must say what its name says. With stopAtProblem, reading ends at a file that gives
+    // no record; otherwise the next older one is read in its place. The files left are counted
+    // in unread.
+    void newestFirst(const QString& host, const QString& test, std::vector<NamedFile>& files,
+                     const NeedsOlder& more, bool stopAtProblem) {
+        const auto key = [](const NamedFile& file) {
+            return std::tie(file.startedAt, file.copy, file.folder, file.name);
+        };
+        std::sort(files.begin(), files.end(),
+                  [&](const NamedFile& a, const NamedFile& b) { return key(a) > key(b); });
+        // A folder named twice lists its files twice.
+        files.erase(std::unique(files.begin(), files.end(),
+                                [](const NamedFile& a, const NamedFile& b) {
+                                    return a.folder == b.folder && a.name == b.name;
+                                }),
+                    files.end());
+        std::vector<LoadedRecord> newest;
+        size_t next = 0;
+        while (next < files.size() && (newest.empty() || more(newest))) {
+            const NamedFile& file = files[next++];
+            const QString path = QDir(file.folder).filePath(file.name);
+            const auto problems = load_.problems.size();
+            std::optional<Record> record = read(path, file.expectedHost);
+            if (record && (record->host != host || record->test != test ||
+                           record->startedAt.toSecsSinceEpoch() != file.startedAt)) {
+                problem(path, QStringLiteral("the record says %1 %2 at %3, its name otherwise")
+                                  .arg(record->host, record->test,
+                                       record->startedAt.toString(Qt::ISODate)));
+                record.reset();
+            }
+            if (record) {
+                newest.push_back({std::move(*record), path});
+            } else if (stopAtProblem && load_.problems.size() > problems) {
+                break;
+            }
+        }
+        std::move(newest.begin(), newest.end(), std::back_inserter(load_.records));
+        if (next < files.size()) {
+            load_.unread[{host, test}] += static_cast<int>(files.size() - next);
         }
     }
 
@@ -123,6 +205,7 @@ class Loader {
         RecordLoad load;
         load.problems = std::move(load_.problems);
         load.notes = std::move(load_.notes);
+        load.unread = std::move(load_.unread);
         load.records.reserve(keys.size());
         for (const auto& key : keys) {
             load.records.push_back(std::move(load_.records[key.second]));
@@ -135,11 +218,37 @@ class Loader {
         return QDir::cleanPath(QFileInfo(path).absoluteFilePath());
     }
 
+    // Whether the entry is a record that folder() leaves unread (in named_), named as one of the
+    // host whose folder it is in and not named by the caller; a link is not.
+    bool leftUnread(const QString& path, const QDir& dir, const QString& host, FolderEntry& entry) {
+        if (entry.kind == FolderEntry::kFolder || entry.kind == FolderEntry::kLink) {
+            return false;
+        }
+        const std::optional<RecordNameView> name = viewRecordFileName(entry.name);
+        if (!name || (!host.isEmpty() && name->host != host) ||
+            (!namedFiles_.empty() && namedFiles_.count(absolute(dir.filePath(entry.name))) != 0)) {
+            return false;
+        }
+        // The names of one folder are mostly of one host and test.
+        if (last_ == nullptr || name->host != lastHost_ || name->test != lastTest_) {
+            lastHost_ = name->host.toString();
+            lastTest_ = name->test.toString();
+            last_ = &(*named_)[{lastHost_, lastTest_}];
+        }
+        last_->push_back({name->startedAt, name->copy, path, std::move(entry.name), host});
+        return true;
+    }
+
     QDateTime now_;
     const WriterTrust* trust_;
     std::set<QString> ownFiles_;
     RecordLoad load_;
     std::set<FileIdentity> seen_;
+    NamedFiles* named_ = nullptr;
+    std::set<QString> namedFiles_;
+    std::vector<NamedFile>* last_ = nullptr;
+    QString lastHost_;
+    QString lastTest_;
 };
 
 // The record files of one host as folder and name: those in its own folder, and those of the
@@ -170,6 +279,21 @@ std::vector<std::pair<QString, QString>> hostRecordFiles(const QString& records,
         }
     }
     return files;
+}
+
+// The files and folders the caller named: a folder may be reached through a link, nothing below it
+// is.
+void loadPaths(Loader& loader, const QStringList& paths) {
+    for (const QString& path : paths) {
+        const QFileInfo info(path);
+        if (!info.exists() && !info.isSymLink()) {
+            loader.problem(path, QStringLiteral("no such file or folder"));
+        } else if (info.isDir()) {
+            loader.folder(path, true);
+        } else {
+            loader.file(path);
+        }
+    }
 }
 
 }  // namespace
@@ -212,17 +336,7 @@ bool startedBefore(const LoadedRecord& a, const LoadedRecord& b) {
 RecordLoad loadRecords(const QStringList& paths, const QDateTime& now, const WriterTrust* trust,
                        const QStringList& ownFiles) {
     Loader loader(now, trust, ownFiles);
-    for (const QString& path : paths) {
-        // A folder named by the caller may be reached through a link; nothing below it is.
-        const QFileInfo info(path);
-        if (!info.exists() && !info.isSymLink()) {
-            loader.problem(path, QStringLiteral("no such file or folder"));
-        } else if (info.isDir()) {
-            loader.folder(path, true);
-        } else {
-            loader.file(path);
-        }
-    }
+    loadPaths(loader, paths);
     return loader.take();
 }
 
@@ -248,47 +362,38 @@ RecordLoad loadHostRecords(const QString& records, const QString& host, const QD
 
 RecordLoad loadNewestRecords(const QString& records, const QString& host, const QString& test,
                              const QDateTime& now, const WriterTrust* trust,
-                             const std::function<bool(const std::vector<LoadedRecord>&)>& more) {
+                             const NeedsOlder& more) {
     Loader loader(now, trust);
     QStringList problems;
-    // The names first: they order the files as startedBefore orders records, without opening
-    // any. A host with years of records has a hundred thousand of them, so each is taken apart
-    // once and sorted by plain numbers.
-    struct Named {
-        qint64 startedAt;  // seconds
-        int copy;
-        QString folder;
-        QString name;
-    };
-    std::vector<Named> named;
+    std::vector<NamedFile> named;
     for (auto& [folder, fileName] : hostRecordFiles(records, host, &problems)) {
         const std::optional<RecordFileName> name = parseRecordFileName(fileName);
         if (!name || name->host != host) {
-            problems << QStringLiteral("%1: not named as a record of %2 (%2-<test>-<time>.json)")
-                            .arg(QDir(folder).filePath(fileName), host);
+            problems << notNamedAs(QDir(folder).filePath(fileName), host);
         } else if (name->test == test) {
             named.push_back({name->startedAt.toSecsSinceEpoch(), name->copy, std::move(folder),
-                             std::move(fileName)});
+                             std::move(fileName), host});
         }
     }
     if (!problems.isEmpty()) {
-        return {{}, problems, {}};
+        return {{}, problems, {}, {}};
     }
-    std::sort(named.begin(), named.end(), [](const Named& a, const Named& b) {
-        return std::tie(a.startedAt, a.copy, a.folder, a.name) >
-               std::tie(b.startedAt, b.copy, b.folder, b.name);
-    });
-    for (size_t i = 0; i < named.size() && !loader.failed() && (i == 0 || more(loader.records()));
-         ++i) {
-        const QString path = QDir(named[i].folder).filePath(named[i].name);
-        std::optional<Record> record = loader.read(path, host);
-        if (record &&
-            (record->test != test || record->startedAt.toSecsSinceEpoch() != named[i].startedAt)) {
-            loader.problem(path, QStringLiteral("the record says %1 at %2, its name otherwise")
-                                     .arg(record->test, record->startedAt.toString(Qt::ISODate)));
-        } else if (record) {
-            loader.records().push_back({std::move(*record), path});
-        }
+    loader.newestFirst(host, test, named, more, true);
+    return loader.take();
+}
+
+RecordLoad loadNewestRecords(const QStringList& paths, const QDateTime& now,
+                             const QStringList& ownFiles, const std::function<NeedsOlder()>& rule) {
+    Loader loader(now, nullptr, ownFiles);
+    NamedFiles named;
+    QStringList files;
+    std::copy_if(paths.begin(), paths.end(), std::back_inserter(files),
+                 [](const QString& path) { return QFileInfo(path).isFile(); });
+    loader.leaveUnread(&named, files);
+    loadPaths(loader, paths);
+    // Each host and test's files freed once read: a farm's names take memory by the million.
+    for (auto group = named.begin(); group != named.end(); group = named.erase(group)) {
+        loader.newestFirst(group->first.first, group->first.second, group->second, rule(), false);
     }
     return loader.take();
 }

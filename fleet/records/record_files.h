@@ -8,7 +8,9 @@
 #include <QString>
 #include <QStringList>
 #include <functional>
+#include <map>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "record.h"
@@ -40,6 +42,9 @@ struct RecordLoad {
     std::vector<LoadedRecord> records;  // ordered by start and rerun number (startedBefore)
     QStringList problems;  // "<path>: <reason>" for each file or folder that gave no record
     QStringList notes;     // "<path>: <reason>" for each other *.json file in the folders, not read
+    // By host and test: the files named as their records that were left unread, as older than
+    // what was needed (loadNewestRecords).
+    std::map<std::pair<QString, QString>, int> unread;
 };
 
 // Reads the named files, whatever their names, and the records below the named folders: the
@@ -65,12 +70,25 @@ QStringList hostRecordPaths(const QString& records, const QString& host, QString
 RecordLoad loadHostRecords(const QString& records, const QString& host,
                            const QDateTime& now = QDateTime::currentDateTimeUtc());
 
+// Whether the records older than those read so far of one host and test are needed, given those,
+// newest first; asked after each record read, with one more each time.
+using NeedsOlder = std::function<bool(const std::vector<LoadedRecord>& newestFirst)>;
+
 // Reads one host's records of one test newest first, by what their file names say, for as long
-// as more(records read so far, newest first) asks for older ones: the cost of looking at a node's
-// newest records does not grow with the years of records behind them. Every file in the host's
-// folder named as a record must be named as one of the host, and every record read must say what
-// its name says (host, test and start to the second); reading stops at the first file that does
-// not, or cannot be read, and problems name it.
+// as more asks for older ones: the cost of looking at a node's newest records does not grow with
+// the years of records behind them. Every file in the host's folder named as a record must be
+// named as one of the host, and every record read must say what its name says (host, test and
+// start to the second); reading stops at the first file that does not, or cannot be read, and
+// problems name it.
 RecordLoad loadNewestRecords(const QString& records, const QString& host, const QString& test,
                              const QDateTime& now, const WriterTrust* trust,
-                             const std::function<bool(const std::vector<LoadedRecord>&)>& more);
+                             const NeedsOlder& more);
+
+// Reads what loadRecords reads, but of the records in the folders only those that each host and
+// test's own rule, made by rule() for it, asks for: newest first by their file names, each of
+// which the record must match (host, test and start to the second). The files named are read
+// whatever their names. In a host's folder a file named as a record of another host is named in
+// problems and not read; a file that gives no record is named in problems and the next older one
+// read in its place. The files left unread are counted in unread.
+RecordLoad loadNewestRecords(const QStringList& paths, const QDateTime& now,
+                             const QStringList& ownFiles, const std::function<NeedsOlder()>& rule);

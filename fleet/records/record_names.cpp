@@ -1,7 +1,6 @@
 #include "record_names.h"
 
 #include <QDir>
-#include <QRegularExpression>
 #include <QStringView>
 #include <algorithm>
 #include <cstring>
@@ -13,23 +12,28 @@ namespace {
 // A UTC time from text laid out as form: 'Y', 'M', 'D', 'h', 'm' and 's' stand for the digits of
 // the year, month, day, hour, minute and second, every other character for itself. Nothing for
 // any other text, or a day or time that does not exist ("02-30", "24:00:00"). Taken apart by hand:
-// a check orders a hundred thousand file names by their times.
-std::optional<QDateTime> utcTimeOfForm(QStringView text, const char* form) {
-    static const char kFields[] = "YMDhms";
+// a check orders a hundred thousand file names by their times. In seconds since 1970.
+std::optional<qint64> utcSecondsOfForm(QStringView text, const char* form) {
     const qsizetype length = static_cast<qsizetype>(std::strlen(form));
     if (text.size() != length) {
         return std::nullopt;
     }
     int values[6] = {0, 0, 0, 0, 0, 0};
     for (qsizetype i = 0; i < length; ++i) {
-        const char* field = std::strchr(kFields, form[i]);
+        const int field = form[i] == 'Y'   ? 0
+                          : form[i] == 'M' ? 1
+                          : form[i] == 'D' ? 2
+                          : form[i] == 'h' ? 3
+                          : form[i] == 'm' ? 4
+                          : form[i] == 's' ? 5
+                                           : -1;
         const ushort c = text[i].unicode();
-        if (field == nullptr) {
+        if (field < 0) {
             if (c != static_cast<uchar>(form[i])) {
                 return std::nullopt;
             }
         } else if (c >= '0' && c <= '9') {
-            values[field - kFields] = values[field - kFields] * 10 + (c - '0');
+            values[field] = values[field] * 10 + (c - '0');
         } else {
             return std::nullopt;
         }
@@ -39,19 +43,32 @@ std::optional<QDateTime> utcTimeOfForm(QStringView text, const char* form) {
         return std::nullopt;
     }
     constexpr qint64 kUnixEpochJulianDay = 2440588;
-    return QDateTime::fromSecsSinceEpoch(
-        (QDate(year, month, day).toJulianDay() - kUnixEpochJulianDay) * 86400 + hour * 3600 +
-            minute * 60 + second,
-        Qt::UTC);
+    return (QDate(year, month, day).toJulianDay() - kUnixEpochJulianDay) * 86400 + hour * 3600 +
+           minute * 60 + second;
+}
+
+std::optional<QDateTime> utcTimeOfForm(QStringView text, const char* form) {
+    const std::optional<qint64> seconds = utcSecondsOfForm(text, form);
+    if (!seconds) {
+        return std::nullopt;
+    }
+    return QDateTime::fromSecsSinceEpoch(*seconds, Qt::UTC);
 }
 
 }  // namespace
 
-bool isValidName(const QString& name) {
-    // Anchored at the very end: '$' alone would also match before a final line feed.
-    static const QRegularExpression pattern(
-        QRegularExpression::anchoredPattern(QStringLiteral("[A-Za-z0-9][A-Za-z0-9._-]{0,62}")));
-    return pattern.match(name).hasMatch();
+bool isValidName(QStringView name) {
+    // By hand, not by a regular expression: compare checks the name of every record file.
+    const auto alphanumeric = [](QChar c) {
+        return (c >= QLatin1Char('a') && c <= QLatin1Char('z')) ||
+               (c >= QLatin1Char('A') && c <= QLatin1Char('Z')) ||
+               (c >= QLatin1Char('0') && c <= QLatin1Char('9'));
+    };
+    return !name.isEmpty() && name.size() <= 63 && alphanumeric(name.front()) &&
+           std::all_of(name.begin() + 1, name.end(), [&](QChar c) {
+               return alphanumeric(c) || c == QLatin1Char('.') || c == QLatin1Char('_') ||
+                      c == QLatin1Char('-');
+           });
 }
 
 QString recordBaseName(const QString& host, const QString& test, const QDateTime& startedAt) {
@@ -67,31 +84,61 @@ std::optional<QDateTime> utcTimeFromText(const QString& text) {
     return utcTimeOfForm(text, "YYYY-MM-DDThh:mm:ssZ");
 }
 
-std::optional<RecordFileName> parseRecordFileName(const QString& fileName) {
-    // Test names hold no '-', so the test is what stands between the host and the time.
-    static const QRegularExpression pattern(QRegularExpression::anchoredPattern(
-        QStringLiteral("(.+)-([A-Za-z0-9]+)-(\\d{8}T\\d{6}Z)(?:-([0-9]{1,9}))?\\.json")));
-    const QRegularExpressionMatch match = pattern.match(fileName);
-    if (!match.hasMatch()) {
+std::optional<RecordNameView> viewRecordFileName(QStringView fileName) {
+    // Taken apart from the end, by hand: "<host>-<test>-<YYYYMMDDTHHMMSSZ>[-N].json", the test
+    // without a '-' (so it is what stands between the last two before the time), N from 2 on.
+    static const QLatin1String kSuffix(".json");
+    constexpr qsizetype kTimeLength = 16;  // YYYYMMDDTHHMMSSZ
+    if (!fileName.endsWith(kSuffix)) {
         return std::nullopt;
     }
-    const std::optional<QDateTime> startedAt =
-        utcTimeOfForm(match.capturedView(3), "YYYYMMDDThhmmssZ");
-    RecordFileName name;
-    name.host = match.captured(1);
-    name.test = match.captured(2);
-    name.copy = match.capturedLength(4) == 0 ? 1 : match.capturedView(4).toInt();
-    // publishNewFile numbers a second file of one name from 2 on.
-    if (!isValidName(name.host) || canonicalTestName(name.test) != name.test || !startedAt ||
-        (name.copy < 2 && match.capturedLength(4) != 0)) {
+    QStringView stem = fileName.chopped(kSuffix.size());
+    RecordNameView name;
+    const qsizetype copyDash = stem.lastIndexOf(QLatin1Char('-'));
+    const QStringView copy = copyDash < 0 ? QStringView() : stem.mid(copyDash + 1);
+    if (!copy.isEmpty() && copy.back() != QLatin1Char('Z')) {
+        // Up to 9 digits, as publishNewFile numbers a second file of one name from 2 on.
+        if (copy.size() > 9 || !std::all_of(copy.begin(), copy.end(), [](QChar c) {
+                return c >= QLatin1Char('0') && c <= QLatin1Char('9');
+            })) {
+            return std::nullopt;
+        }
+        name.copy = copy.toInt();
+        if (name.copy < 2) {
+            return std::nullopt;
+        }
+        stem = stem.left(copyDash);
+    }
+    if (stem.size() < kTimeLength + 4 || stem[stem.size() - kTimeLength - 1] != QLatin1Char('-')) {
         return std::nullopt;
     }
+    const std::optional<qint64> startedAt =
+        utcSecondsOfForm(stem.right(kTimeLength), "YYYYMMDDThhmmssZ");
+    stem.chop(kTimeLength + 1);
+    const qsizetype testDash = stem.lastIndexOf(QLatin1Char('-'));
+    if (!startedAt || testDash < 1) {
+        return std::nullopt;
+    }
+    name.host = stem.left(testDash);
+    name.test = stem.mid(testDash + 1);
     name.startedAt = *startedAt;
+    if (!isValidName(name.host) || !isCanonicalTestName(name.test)) {
+        return std::nullopt;
+    }
     return name;
 }
 
+std::optional<RecordFileName> parseRecordFileName(const QString& fileName) {
+    const std::optional<RecordNameView> view = viewRecordFileName(fileName);
+    if (!view) {
+        return std::nullopt;
+    }
+    return RecordFileName{view->host.toString(), view->test.toString(),
+                          QDateTime::fromSecsSinceEpoch(view->startedAt, Qt::UTC), view->copy};
+}
+
 bool isFlatRecordOf(const QString& fileName, const QString& host) {
-    const std::optional<RecordFileName> name = parseRecordFileName(fileName);
+    const std::optional<RecordNameView> name = viewRecordFileName(fileName);
     return name && name->host == host;
 }
 

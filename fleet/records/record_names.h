@@ -5,12 +5,13 @@
 #include <QDateTime>
 #include <QString>
 #include <QStringList>
+#include <QStringView>
 #include <optional>
 
 // Whether a host or test name is one that Slurm and DNS accept: [A-Za-z0-9][A-Za-z0-9._-]{0,62}.
 // Every name that enters the records (options, the machine's name, records read back) is held
 // to it, so no name can leave a folder, break a CSV row or a label, or start an option.
-bool isValidName(const QString& name);
+bool isValidName(QStringView name);
 
 // A time as records write it, "2026-11-23T17:29:41Z", and only so: UTC, to the second. Nothing
 // for any other form, a time without a zone above all (it would be read in the reader's zone).
@@ -37,9 +38,19 @@ struct RecordFileName {
 // files too (logs, the sweep's report and summary), which are no records.
 std::optional<RecordFileName> parseRecordFileName(const QString& fileName);
 
+// The same as parts of the name itself, to read a host's folder of years of records without making
+// strings of them: host and test point into the name given.
+struct RecordNameView {
+    QStringView host;
+    QStringView test;
+    qint64 startedAt = 0;  // seconds since 1970, UTC
+    int copy = 1;
+};
+std::optional<RecordNameView> viewRecordFileName(QStringView fileName);
+
 // Whether a file name is one that run and import give a record.
 inline bool isRecordFileName(const QString& fileName) {
-    return parseRecordFileName(fileName).has_value();
+    return viewRecordFileName(fileName).has_value();
 }
 
 // The name of compare's summary in the records folder, where the sweep's report job writes it

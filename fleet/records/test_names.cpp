@@ -37,6 +37,22 @@ QString canonicalTestName(const QString& name) {
     return test != nullptr ? QString::fromLatin1(test->name) : QString();
 }
 
+bool isCanonicalTestName(QStringView name) {
+    // The table's names as canonicalTestName spells them, found once (All, the default, first).
+    static const std::vector<QString> kCanonical = [] {
+        std::vector<QString> names;
+        for (const TestEntry& test : allTests()) {
+            const QString spelt = canonicalTestName(QString::fromLatin1(test.name));
+            if (std::find(names.begin(), names.end(), spelt) == names.end()) {
+                names.push_back(spelt);
+            }
+        }
+        return names;
+    }();
+    return std::any_of(kCanonical.begin(), kCanonical.end(),
+                       [&](const QString& spelt) { return QStringView(spelt) == name; });
+}
+
 int runsOfTest(const QString& canonicalName) {
     const TestEntry* test = testNamed(canonicalName);
     return test != nullptr ? test->runs : 1;

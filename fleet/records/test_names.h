@@ -4,6 +4,7 @@
 // repeated runs make one.
 
 #include <QString>
+#include <QStringView>
 #include <QVector>
 
 struct ParsedLog;
@@ -11,6 +12,10 @@ struct ParsedLog;
 // The canonical spelling of a test name, matched as corebench matches it (ignoring case, whole
 // word); an empty name is All, corebench's default. Returns an empty string for an unknown name.
 QString canonicalTestName(const QString& name);
+
+// Whether a name is a test's canonical spelling (canonicalTestName(name) == name), without making
+// a string: the name of every record file says its test.
+bool isCanonicalTestName(QStringView name);
 
 // How many times the test runs (5 or 10 for the repeated tests, else 1); 1 for unknown names.
 int runsOfTest(const QString& canonicalName);

@@ -33,23 +33,22 @@ class FleetCompareProgram : public ::testing::Test {
         }
     }
     QString path(const QString& name) const { return dir.filePath(name); }
-    // A record's file name, as run gives it (compare reads no other), and such a file planted
-    // in the fleet folder.
+    // A record's file name, as run gives it (compare reads no other, and each record must say
+    // what its name says), and such a file planted in the fleet folder.
     static QString fileOf(const QString& host) {
         return host + QStringLiteral("-SingleSpeed-20261120T020000Z.json");
     }
     QString planted(const QString& host) const { return path("fleet/" + fileOf(host)); }
 
     void addRecord(const QString& file, const QString& host, double ps,
-                   const QString& startedAt = QString(), const QString& cpuModel = QString(),
+                   const QString& startedAt = "2026-11-20T02:00:00Z",
+                   const QString& cpuModel = QString(),
                    const QJsonValue& disturbed = QJsonValue()) {
         QJsonObject record = pattern;
         record.insert("disturbed", disturbed);
         record.insert("host", host);
         record.insert("ps_result", ps);
-        if (!startedAt.isEmpty()) {
-            record.insert("started_at", startedAt);
-        }
+        record.insert("started_at", startedAt);
         if (!cpuModel.isEmpty()) {
             record.insert("cpu_model", cpuModel);
         }
@@ -177,7 +176,7 @@ TEST_F(FleetCompareProgram, RecordTextActsNeitherInASpreadsheetNorInATerminal) {
         {"f7", "-1\n"},  // a number up to its line break only
         {"e1", escapes}};
     for (const auto& [host, model] : models) {
-        addRecord("fleet/" + fileOf(host), host, 21.5, QString(), model);
+        addRecord("fleet/" + fileOf(host), host, 21.5, "2026-11-20T02:00:00Z", model);
     }
     writeFile(path("fleet/\x1b]0;title\x07.json"), "{");
     const auto controls = [](const QByteArray& text) {

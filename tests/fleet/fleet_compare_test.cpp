@@ -5,9 +5,12 @@
 #include <gtest/gtest.h>
 
 #include <QRegularExpression>
+#include <cmath>
+#include <functional>
 
 #include "compare_drift.h"
 #include "compare_format.h"
+#include "compare_reading.h"
 #include "fleet_summary.h"
 #include "fleet_test_support.h"
 #include "node_verdict.h"
@@ -135,6 +138,68 @@ TEST(FleetCompare, NewestRecordPerHostAndTestAndItsVariation) {
     EXPECT_NEAR(*all.cv, 10.0 / 100.0, 1e-12);  // sample standard deviation 10 over mean 100
     EXPECT_FALSE(rowOf(rows, "b").cv) << "one record has no variation";
     EXPECT_DOUBLE_EQ(*rowOf(rows, "a", "SingleSpeed").psResult, 10.0);
+}
+
+// cv is of the newest 50 undisturbed runs, the node's noise now; records counts the files compare
+// left unread too.
+TEST(FleetCompare, CvOfTheNewestRunsAndRecordsOfEveryFile) {
+    std::vector<LoadedRecord> records;
+    for (int i = 59; i >= 0; --i) {  // newest first; the oldest 10 far off
+        records.push_back(node("a", i < 10 ? 50.0 : 100.0 + (i % 2 ? 1 : -1)));
+        records.back().record.startedAt = records.back().record.startedAt.addSecs(3600 * i);
+    }
+    const CompareRow row =
+        compareRecords(records, CompareOptions(), nullptr, {{{"a", "All"}, 940}}).front();
+    EXPECT_EQ(row.records, 1000);
+    ASSERT_TRUE(row.cv);
+    EXPECT_NEAR(*row.cv, std::sqrt(50.0 / 49) / 100, 1e-12);  // 25 at 99 and 25 at 101
+}
+
+// compare reads a host's records newest first until its verdicts have what they look at: the
+// newest undisturbed run however far back, 50 scored runs for cv, and 75 of the newest one's
+// configuration for drift, or back to a run of another.
+TEST(CompareReading, StopsWhereTheVerdictsStopLooking) {
+    const std::optional<QString> none;
+    const struct {
+        const char* what;
+        std::function<void(int, Record&)> change;  // of the i-th newest run
+        size_t read;                               // of 400
+    } cases[] = {
+        {"one configuration", [](int, Record&) {}, 75},
+        {"another CPU model 60 runs back",
+         [](int i, Record& r) { r.cpuModel = i < 60 ? "EPYC 9654" : "EPYC 7543"; }, 61},
+        {"another CPU count 10 runs back", [](int i, Record& r) { r.logicalCpus = i < 10 ? 4 : 2; },
+         50},
+        {"another build 60 runs back, imports naming none between",
+         [&](int i, Record& r) { r.corebenchSha256 = i >= 60       ? "a"
+                                                     : i / 3 == 10 ? none
+                                                                   : "b"; },
+         61},
+        {"the newest 249 disturbed",
+         [](int i, Record& r) {
+             if (i < 249) {
+                 r.disturbed = QStringList{"busy"};
+             }
+         },
+         324},
+        {"the newest 100 without a score",
+         [](int i, Record& r) {
+             if (i < 100) {
+                 r.psResult.reset();
+             }
+         },
+         175},
+        {"every run disturbed", [](int, Record& r) { r.disturbed = QStringList{"busy"}; }, 400},
+    };
+    for (const auto& [what, change, read] : cases) {
+        std::vector<LoadedRecord> newestFirst;
+        CompareReading more;
+        do {
+            newestFirst.push_back(node("n", 100.0));
+            change(static_cast<int>(newestFirst.size()) - 1, newestFirst.back().record);
+        } while (newestFirst.size() < 400 && more(newestFirst));
+        EXPECT_EQ(newestFirst.size(), read) << what;
+    }
 }
 
 // A disturbed run is shown, not judged: the host is judged on its newest undisturbed run, the

@@ -20,28 +20,32 @@ class FleetNewest : public ::testing::Test {
     // Writes a record of host into records/<folder>/ (the host's folder unless named) under the
     // name run gives it, numbered copy when not 1; returns the file.
     QString add(const QString& host, double ps, const QDateTime& at, int copy = 1,
-                const QString& model = "EPYC 7543", const QString& folder = QString()) {
-        const QJsonObject record{{"schema", 1},
-                                 {"host", host},
-                                 {"test", "All"},
-                                 {"started_at", at.toString(Qt::ISODate)},
-                                 {"duration_s", 60},
-                                 {"threads", 2},
-                                 {"thread_ps", QJsonArray{ps / 2, ps / 2}},
-                                 {"ps_result", ps},
-                                 {"exit_value", QJsonValue()},
-                                 {"status", 0},
-                                 {"cpu_model", model},
-                                 {"logical_cpus", 2},
-                                 {"physical_cpus", 2},
-                                 {"hyperthreading", false},
-                                 {"mhz_current", 2800},
-                                 {"mhz_max", QJsonValue()},
-                                 {"ram_gib", 8},
-                                 {"os", "debian12"},
-                                 {"errors", QJsonArray()},
-                                 {"corebench_sha256", QJsonValue()},
-                                 {"source", "run"}};
+                const QString& model = "EPYC 7543", const QString& folder = QString(),
+                const QJsonValue& disturbed = QJsonValue()) {
+        QJsonObject record{{"schema", 1},
+                           {"host", host},
+                           {"test", "All"},
+                           {"started_at", at.toString(Qt::ISODate)},
+                           {"duration_s", 60},
+                           {"threads", 2},
+                           {"thread_ps", QJsonArray{ps / 2, ps / 2}},
+                           {"ps_result", ps},
+                           {"exit_value", QJsonValue()},
+                           {"status", 0},
+                           {"cpu_model", model},
+                           {"logical_cpus", 2},
+                           {"physical_cpus", 2},
+                           {"hyperthreading", false},
+                           {"mhz_current", 2800},
+                           {"mhz_max", QJsonValue()},
+                           {"ram_gib", 8},
+                           {"os", "debian12"},
+                           {"errors", QJsonArray()},
+                           {"corebench_sha256", QJsonValue()},
+                           {"source", "run"}};
+        if (disturbed.isArray()) {
+            record.insert("disturbed", disturbed);
+        }
         return write(host, at, copy, QJsonDocument(record).toJson(), folder);
     }
     QString write(const QString& host, const QDateTime& at, int copy, const QByteArray& bytes,
@@ -98,26 +102,32 @@ TEST_F(FleetNewest, SameSecondRerunsAreNewestByTheirNumber) {
     EXPECT_TRUE(row.contains(",101.000,") && row.contains("Z-10.json")) << csv.toStdString();
 }
 
-// A record in node n2's folder that says it is n1's is named and counted for no one: not as
-// n1's by compare, and check of n2 cannot decide on it.
+// A record in node n2's folder that is named as n1's, or says it is, is named and counted for no
+// one: not as n1's nor n2's by compare, and check of n2 cannot decide on it.
 TEST_F(FleetNewest, ARecordOfAnotherHostInAFolderIsLeftOut) {
     fleet();
     const QString planted = add("n1", 5.0, base.addSecs(3600), 1, "EPYC 7543", "n2");
     const FleetResult compared = runFleet({"compare", "--format", "csv", path("records")});
     EXPECT_EQ(compared.status, 7);
-    EXPECT_TRUE(compared.err.contains(
-        (planted + ": a record of host \"n1\" in the records of \"n2\", left out").toUtf8()))
+    EXPECT_TRUE(compared.err.contains((planted + ": not named as a record of n2").toUtf8()))
         << compared.err.toStdString();
     EXPECT_FALSE(compared.out.contains(",5.000,")) << compared.out.toStdString();
     EXPECT_EQ(check("n1").status, 0);
     // Named as n2's but saying n1: n2's newest record is in doubt.
-    QFile::rename(planted, path("records/n2/n2-All-") +
-                               base.addSecs(3600).toString("yyyyMMdd'T'HHmmss'Z'") + ".json");
+    const QString renamed =
+        path("records/n2/n2-All-") + base.addSecs(3600).toString("yyyyMMdd'T'HHmmss'Z'") + ".json";
+    QFile::rename(planted, renamed);
     const FleetResult n2 = check("n2");
     EXPECT_EQ(n2.status, 8);
     EXPECT_TRUE(n2.out.startsWith("cannot decide: ") &&
                 n2.out.contains("a record of host \"n1\" in the records of \"n2\""))
         << n2.out.toStdString();
+    const FleetResult again = runFleet({"compare", "--format", "csv", path("records")});
+    EXPECT_EQ(again.status, 7);
+    EXPECT_TRUE(again.err.contains(
+        (renamed + ": a record of host \"n1\" in the records of \"n2\", left out").toUtf8()))
+        << again.err.toStdString();
+    EXPECT_FALSE(again.out.contains(",5.000,")) << again.out.toStdString();
 }
 
 // One test has one name: a record or option in another case is the table's test, and a name the
@@ -212,6 +222,53 @@ TEST_F(FleetNewest, ReadsBackOnlyAsFarAsTheVerdictNeeds) {
     QFile::remove(path("records/n4/n4-All-") + base.addSecs(3600).toString("yyyyMMdd'T'HHmmss'Z'") +
                   ".json");
     EXPECT_EQ(check("n4", drift).status, 8) << "the 200th from the newest is read";
+}
+
+// compare reads each host's records newest first by their names, only as far back as its verdicts
+// look (CompareReading): what it leaves unread cannot fail it and still counts in records, and
+// history still reads everything. What it reads must say what its name says.
+TEST_F(FleetNewest, CompareReadsBackOnlyAsFarAsItsVerdictsLook) {
+    fleet();
+    // Hourly up to an hour before the others: n4 100 runs of one configuration, n5 300 runs of
+    // which the newest 249 were disturbed.
+    const auto hoursBefore = [&](double hours) { return base.addSecs(qint64(-3600 * hours)); };
+    const QJsonArray busy{"other work used 0.90 of the worker's CPU"};
+    for (int hour = 1; hour <= 300; ++hour) {
+        if (hour <= 100) {
+            add("n4", 100 + hour % 2, hoursBefore(hour));
+        }
+        add("n5", hour == 250 ? 102.5 : 100, hoursBefore(hour), 1, "EPYC 7543", QString(),
+            hour < 250 ? QJsonValue(busy) : QJsonValue());
+    }
+    // Just older than n4's newest 75 runs, which drift looks at.
+    const QString old = write("n4", hoursBefore(75.5), 1, "{");
+    const FleetResult compared = summarize();
+    EXPECT_EQ(compared.status, 0) << compared.err.toStdString();
+    const auto row = [&](const char* host) {
+        const int at = compared.out.indexOf(QByteArray("\n") + host + ",") + 1;
+        return QString::fromUtf8(compared.out.mid(at, compared.out.indexOf('\n', at) - at))
+            .split(',');
+    };
+    // host, test, started_at, flagged, reason, ps_result, ..., records (the 13th), ...
+    EXPECT_EQ(row("n4").value(12), "101") << "100 records and the one not read";
+    EXPECT_EQ(row("n5").value(5), "102.500") << "the newest undisturbed, 250 runs back";
+    EXPECT_EQ(row("n5").value(2), hoursBefore(250).toString(Qt::ISODate));
+    EXPECT_EQ(row("n5").value(12), "300");
+    const FleetResult history = runFleet({"history", "n4", path("records")});
+    EXPECT_EQ(history.status, 7);
+    EXPECT_TRUE(history.err.contains((old + ": invalid record").toUtf8()));
+
+    // Among the newest 75 it is read, and named; so is a record that is not what its name says.
+    const QString stem = path("records/%1/%1-All-%2.json");
+    QFile::rename(old, stem.arg("n4", hoursBefore(74.5).toString("yyyyMMdd'T'HHmmss'Z'")));
+    QFile::copy(stem.arg("n3", base.toString("yyyyMMdd'T'HHmmss'Z'")),
+                stem.arg("n3", base.addSecs(1).toString("yyyyMMdd'T'HHmmss'Z'")));
+    const FleetResult again = runFleet({"compare", "--format", "csv", path("records")});
+    EXPECT_EQ(again.status, 7);
+    EXPECT_TRUE(again.err.contains("/n4-All-") && again.err.contains(": invalid record"))
+        << again.err.toStdString();
+    EXPECT_TRUE(again.err.contains("/n3-All-") && again.err.contains("its name otherwise"))
+        << again.err.toStdString();
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -59,6 +60,15 @@ FolderEntry::Kind kindOf(mode_t mode) {
            : S_ISDIR(mode) ? FolderEntry::kFolder
            : S_ISLNK(mode) ? FolderEntry::kLink
                            : FolderEntry::kOther;
+}
+
+// A name from the file system: ASCII as it is (every locale's codec reads it so, and a host's
+// folder of years of records holds a hundred thousand of them), anything else by the locale.
+QString decodedName(const char* name) {
+    const size_t length = strlen(name);
+    return std::all_of(name, name + length, [](char c) { return static_cast<uchar>(c) < 0x80; })
+               ? QString::fromLatin1(name, static_cast<int>(length))
+               : QFile::decodeName(name);
 }
 
 }  // namespace
@@ -244,7 +254,7 @@ OpenFault readFolder(const QString& path, bool followLink, std::vector<FolderEnt
             fstatat(fd, entry->d_name, &status, AT_SYMLINK_NOFOLLOW) == 0) {
             kind = kindOf(status.st_mode);
         }
-        entries->push_back({QFile::decodeName(entry->d_name), kind});
+        entries->push_back({decodedName(entry->d_name), kind});
     }
     const int readError = errno;
     closedir(dir);
