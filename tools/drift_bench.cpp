@@ -3,7 +3,8 @@
 // from is not, that a change of hardware never is, and which nodes the health check's DRIFT
 // setting drains. Fixed seeds, so every run of one build prints the same figures; exits 1 when a
 // figure misses its target. A series is flagged when the latest change point of its current
-// segment is a drop.
+// segment is a drop. Last, that compare, which gives drift detection a host's newest runs only,
+// finds the current drift of the whole history.
 
 #include <algorithm>
 #include <cstdio>
@@ -11,6 +12,7 @@
 #include <random>
 #include <vector>
 
+#include "compare_reading.h"
 #include "drift.h"
 
 namespace {
@@ -39,6 +41,7 @@ struct Plan {
 };
 
 struct Series {
+    std::vector<DriftRun> runs;
     std::vector<DriftSegment> segments;
     int before = 0;  // the index of the first run after the old level
 };
@@ -65,6 +68,7 @@ Series simulate(std::mt19937_64& random, const Plan& plan) {
         runs.push_back(run);
     }
     series.segments = driftSegments(runs);
+    series.runs = std::move(runs);
     return series;
 }
 
@@ -288,6 +292,40 @@ bool driftSettingTable() {
     return met;
 }
 
+// compare gives drift detection a host's newest compareDriftRuns() runs only: the current drift it
+// finds there against that of the whole history, 400 weekly runs.
+bool compareWindowTable() {
+    const struct {
+        const char* name;
+        Plan plan;
+    } rows[] = {
+        {"pure noise", {400, {}, false, false}},
+        {"5 % drop 10 runs back", {390, {{10, -0.05}}, false, false}},
+        {"5 % drop 45 runs back", {355, {{45, -0.05}}, false, false}},
+        {"5 % drop 48 runs back", {352, {{48, -0.05}}, false, false}},
+        {"3 % drop 40 runs back", {360, {{40, -0.03}}, false, false}},
+        {"3 % drop 48 runs back", {352, {{48, -0.03}}, false, false}},
+        {"10 % dip for 4 runs, 6 runs back since", {390, {{4, -0.10}, {6, 0}}, false, false}}};
+    const int newest = compareDriftRuns();
+    std::printf(
+        "\ncompare's window: the current drift of the newest %d of 400 runs against the whole "
+        "history's,\nseries where they differ (%%):\n",
+        newest);
+    bool met = true;
+    unsigned seed = 8000;
+    for (const auto& row : rows) {
+        const double differ = rate(++seed, row.plan, [newest](const Series& s) {
+            const std::vector<DriftRun> tail(s.runs.end() - newest, s.runs.end());
+            const std::optional<ChangePoint> whole = currentDrift(s);
+            const std::optional<ChangePoint> part = currentDrift(driftSegments(tail));
+            return whole.has_value() != part.has_value() ||
+                   (whole && (whole->at != part->at || whole->ratio != part->ratio));
+        });
+        met &= check(row.name, differ, true, 0.005);
+    }
+    return met;
+}
+
 }  // namespace
 
 int main() {
@@ -297,5 +335,6 @@ int main() {
     met &= historyTable();
     met &= dipTable();
     met &= driftSettingTable();
+    met &= compareWindowTable();
     return met ? 0 : 1;
 }

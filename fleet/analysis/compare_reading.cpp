@@ -3,7 +3,7 @@
 #include "fleet_compare.h"
 
 int compareDriftRuns(const DriftOptions& options) {
-    return options.window + options.window / 2;
+    return 2 * options.window;
 }
 
 bool CompareReading::operator()(const std::vector<LoadedRecord>& newestFirst) {

@@ -156,7 +156,7 @@ TEST(FleetCompare, CvOfTheNewestRunsAndRecordsOfEveryFile) {
 }
 
 // compare reads a host's records newest first until its verdicts have what they look at: the
-// newest undisturbed run however far back, 50 scored runs for cv, and 75 of the newest one's
+// newest undisturbed run however far back, 50 scored runs for cv, and 100 of the newest one's
 // configuration for drift, or back to a run of another.
 TEST(CompareReading, StopsWhereTheVerdictsStopLooking) {
     const std::optional<QString> none;
@@ -165,7 +165,7 @@ TEST(CompareReading, StopsWhereTheVerdictsStopLooking) {
         std::function<void(int, Record&)> change;  // of the i-th newest run
         size_t read;                               // of 400
     } cases[] = {
-        {"one configuration", [](int, Record&) {}, 75},
+        {"one configuration", [](int, Record&) {}, 100},
         {"another CPU model 60 runs back",
          [](int i, Record& r) { r.cpuModel = i < 60 ? "EPYC 9654" : "EPYC 7543"; }, 61},
         {"another CPU count 10 runs back", [](int i, Record& r) { r.logicalCpus = i < 10 ? 4 : 2; },
@@ -181,14 +181,14 @@ TEST(CompareReading, StopsWhereTheVerdictsStopLooking) {
                  r.disturbed = QStringList{"busy"};
              }
          },
-         324},
+         349},
         {"the newest 100 without a score",
          [](int i, Record& r) {
              if (i < 100) {
                  r.psResult.reset();
              }
          },
-         175},
+         200},
         {"every run disturbed", [](int, Record& r) { r.disturbed = QStringList{"busy"}; }, 400},
     };
     for (const auto& [what, change, read] : cases) {

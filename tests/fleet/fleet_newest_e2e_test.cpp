@@ -229,19 +229,19 @@ TEST_F(FleetNewest, ReadsBackOnlyAsFarAsTheVerdictNeeds) {
 // history still reads everything. What it reads must say what its name says.
 TEST_F(FleetNewest, CompareReadsBackOnlyAsFarAsItsVerdictsLook) {
     fleet();
-    // Hourly up to an hour before the others: n4 100 runs of one configuration, n5 300 runs of
+    // Hourly up to an hour before the others: n4 150 runs of one configuration, n5 300 runs of
     // which the newest 249 were disturbed.
     const auto hoursBefore = [&](double hours) { return base.addSecs(qint64(-3600 * hours)); };
     const QJsonArray busy{"other work used 0.90 of the worker's CPU"};
     for (int hour = 1; hour <= 300; ++hour) {
-        if (hour <= 100) {
+        if (hour <= 150) {
             add("n4", 100 + hour % 2, hoursBefore(hour));
         }
         add("n5", hour == 250 ? 102.5 : 100, hoursBefore(hour), 1, "EPYC 7543", QString(),
             hour < 250 ? QJsonValue(busy) : QJsonValue());
     }
-    // Just older than n4's newest 75 runs, which drift looks at.
-    const QString old = write("n4", hoursBefore(75.5), 1, "{");
+    // Just older than n4's newest 100 runs, which drift looks at.
+    const QString old = write("n4", hoursBefore(100.5), 1, "{");
     const FleetResult compared = summarize();
     EXPECT_EQ(compared.status, 0) << compared.err.toStdString();
     const auto row = [&](const char* host) {
@@ -250,7 +250,7 @@ TEST_F(FleetNewest, CompareReadsBackOnlyAsFarAsItsVerdictsLook) {
             .split(',');
     };
     // host, test, started_at, flagged, reason, ps_result, ..., records (the 13th), ...
-    EXPECT_EQ(row("n4").value(12), "101") << "100 records and the one not read";
+    EXPECT_EQ(row("n4").value(12), "151") << "150 records and the one not read";
     EXPECT_EQ(row("n5").value(5), "102.500") << "the newest undisturbed, 250 runs back";
     EXPECT_EQ(row("n5").value(2), hoursBefore(250).toString(Qt::ISODate));
     EXPECT_EQ(row("n5").value(12), "300");
@@ -258,9 +258,9 @@ TEST_F(FleetNewest, CompareReadsBackOnlyAsFarAsItsVerdictsLook) {
     EXPECT_EQ(history.status, 7);
     EXPECT_TRUE(history.err.contains((old + ": invalid record").toUtf8()));
 
-    // Among the newest 75 it is read, and named; so is a record that is not what its name says.
+    // Among the newest 100 it is read, and named; so is a record that is not what its name says.
     const QString stem = path("records/%1/%1-All-%2.json");
-    QFile::rename(old, stem.arg("n4", hoursBefore(74.5).toString("yyyyMMdd'T'HHmmss'Z'")));
+    QFile::rename(old, stem.arg("n4", hoursBefore(99.5).toString("yyyyMMdd'T'HHmmss'Z'")));
     QFile::copy(stem.arg("n3", base.toString("yyyyMMdd'T'HHmmss'Z'")),
                 stem.arg("n3", base.addSecs(1).toString("yyyyMMdd'T'HHmmss'Z'")));
     const FleetResult again = runFleet({"compare", "--format", "csv", path("records")});
