@@ -96,13 +96,12 @@ class Loader {
         }
         const QDir dir(path);
         const QString host = named ? QString() : QFileInfo(path).fileName();
-        // The records left unread first, in any order (newestFirst orders them); the rest is
+        // The records set aside first, in any order (newestFirst orders them); the rest is
         // sorted, so that the output is the same on every file system.
         if (named_ != nullptr) {
-            entries.erase(std::remove_if(entries.begin(), entries.end(),
-                                         [&](FolderEntry& entry) {
-                                             return leftUnread(path, dir, host, entry);
-                                         }),
+            entries.erase(std::remove_if(
+                              entries.begin(), entries.end(),
+                              [&](FolderEntry& entry) { return setAside(path, dir, host, entry); }),
                           entries.end());
         }
         std::sort(entries.begin(), entries.end(),
@@ -126,15 +125,15 @@ class Loader {
             } else if (named_ == nullptr) {
                 file(child, host);  // which names anything but a regular file
             } else if (namedFiles_.count(absolute(child)) == 0) {
-                // What leftUnread did not take: in a host's folder, named as another's.
+                // What setAside did not take: in a host's folder, named as another's.
                 load_.problems << notNamedAs(child, host);
             }
         }
     }
 
-    // From now on folder() leaves the records it finds unread, in named, but for the files the
-    // caller names (read as files).
-    void leaveUnread(NamedFiles* named, const QStringList& files) {
+    // From now on folder() sets the records it finds aside in named, unread, but for the files
+    // the caller names (read as files).
+    void setAsideInto(NamedFiles* named, const QStringList& files) {
         named_ = named;
         for (const QString& path : files) {
             namedFiles_.insert(absolute(path));
@@ -188,9 +187,6 @@ class Loader {
         load_.problems << QStringLiteral("%1: %2").arg(path, reason);
     }
 
-    bool failed() const { return !load_.problems.isEmpty(); }
-    std::vector<LoadedRecord>& records() { return load_.records; }
-
     // The records ordered by startedBefore, each one's key worked out once: the records of a
     // sweep share their second by the thousand. Records of one key stay in the order they were
     // found, which is the folders' sorted order.
@@ -218,9 +214,9 @@ class Loader {
         return QDir::cleanPath(QFileInfo(path).absoluteFilePath());
     }
 
-    // Whether the entry is a record that folder() leaves unread (in named_), named as one of the
-    // host whose folder it is in and not named by the caller; a link is not.
-    bool leftUnread(const QString& path, const QDir& dir, const QString& host, FolderEntry& entry) {
+    // Sets the entry aside in named_, unread, when it is a record named as one of the host whose
+    // folder it is in, and not named by the caller; a link is not. Whether it did.
+    bool setAside(const QString& path, const QDir& dir, const QString& host, FolderEntry& entry) {
         if (entry.kind == FolderEntry::kFolder || entry.kind == FolderEntry::kLink) {
             return false;
         }
@@ -367,12 +363,12 @@ RecordLoad loadNewestRecords(const QString& records, const QString& host, const 
     QStringList problems;
     std::vector<NamedFile> named;
     for (auto& [folder, fileName] : hostRecordFiles(records, host, &problems)) {
-        const std::optional<RecordFileName> name = parseRecordFileName(fileName);
+        const std::optional<RecordNameView> name = viewRecordFileName(fileName);
         if (!name || name->host != host) {
             problems << notNamedAs(QDir(folder).filePath(fileName), host);
         } else if (name->test == test) {
-            named.push_back({name->startedAt.toSecsSinceEpoch(), name->copy, std::move(folder),
-                             std::move(fileName), host});
+            named.push_back(
+                {name->startedAt, name->copy, std::move(folder), std::move(fileName), host});
         }
     }
     if (!problems.isEmpty()) {
@@ -389,7 +385,7 @@ RecordLoad loadNewestRecords(const QStringList& paths, const QDateTime& now,
     QStringList files;
     std::copy_if(paths.begin(), paths.end(), std::back_inserter(files),
                  [](const QString& path) { return QFileInfo(path).isFile(); });
-    loader.leaveUnread(&named, files);
+    loader.setAsideInto(&named, files);
     loadPaths(loader, paths);
     // Each host and test's files freed once read: a farm's names take memory by the million.
     for (auto group = named.begin(); group != named.end(); group = named.erase(group)) {
