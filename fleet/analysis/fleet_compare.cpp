@@ -169,15 +169,14 @@ CompareRow judgeRecord(const LoadedRecord& loaded, const GroupStats* group,
 
 std::vector<CompareRow> compareRecords(const std::vector<LoadedRecord>& records,
                                        const CompareOptions& options,
-                                       std::vector<GroupStats>* groups,
-                                       const std::map<HostTest, int>& unread) {
+                                       std::vector<GroupStats>* groups) {
     // The newest undisturbed record of each host and test stands for it (the newest when every
     // one was disturbed); the newest kCvRuns undisturbed ones count for the CV.
     const auto newer = [&](size_t a, size_t b) { return startedBefore(records[b], records[a]); };
     std::map<HostTest, size_t> judged;
     std::map<HostTest, size_t> newest;
     std::map<HostTest, std::vector<size_t>> history;
-    std::map<HostTest, int> counts = unread;
+    std::map<HostTest, int> counts;
     for (size_t i = 0; i < records.size(); ++i) {
         const Record& record = records[i].record;
         const HostTest key{record.host, record.test};

@@ -6,9 +6,7 @@
 #include <QDateTime>
 #include <QString>
 #include <QStringList>
-#include <map>
 #include <optional>
-#include <utility>
 #include <vector>
 
 #include "drift.h"
@@ -96,9 +94,7 @@ CompareRow judgeRecord(const LoadedRecord& loaded, const GroupStats* group,
 // One row per (host, test), of its newest undisturbed record (of its newest when all were
 // disturbed), sorted by group, then score (slowest first, no score last), then host; with groups,
 // also the statistics of each group that has a score, in key order. Disturbed runs count in no
-// group and no cv. A row's records counts its records and the files of the host and test left
-// unread (RecordLoad::unread).
-std::vector<CompareRow> compareRecords(
-    const std::vector<LoadedRecord>& records, const CompareOptions& options,
-    std::vector<GroupStats>* groups = nullptr,
-    const std::map<std::pair<QString, QString>, int>& unread = {});
+// group and no cv. A row's records counts the records of its host and test given.
+std::vector<CompareRow> compareRecords(const std::vector<LoadedRecord>& records,
+                                       const CompareOptions& options,
+                                       std::vector<GroupStats>* groups = nullptr);

@@ -91,7 +91,7 @@ int compareCommand(const QStringList& arguments) {
         return kStatusBadInput;
     }
     std::vector<GroupStats> groups;
-    std::vector<CompareRow> rows = compareRecords(load.records, options, &groups, load.unread);
+    std::vector<CompareRow> rows = compareRecords(load.records, options, &groups);
     QString error;
     // A summary of part of the records would judge the nodes whose records it missed by an
     // older record, or not at all; the last whole one stays as it was. The summary holds the

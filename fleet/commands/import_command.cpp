@@ -120,7 +120,7 @@ int importCommand(const QStringList& arguments) {
             status = std::max<int>(status, kStatusUsage);
             continue;
         }
-        const QString folder = hostFolder(out, record.host);
+        const QString folder = recordFolder(out, record.host, record.startedAt);
         const QString target =
             makeFolders(folder, &error)
                 ? publishNewFile(QDir(folder).filePath(

@@ -49,8 +49,7 @@ struct RunSettings {
     RecordOrigin origin;  // host, test, build and source
     QString fileTest;     // the test as the files name it
     QString out;
-    QString folder;  // the host's folder in out
-    QString prom;    // empty without --prom
+    QString prom;  // empty without --prom
 };
 
 std::optional<RecordConditions> conditionsFromTestFile(const QString& path) {
@@ -94,11 +93,15 @@ int runOnce(const RunSettings& settings, std::optional<QStringList>* disturbed) 
     RecordOrigin origin = settings.origin;
     origin.startedAt = QDateTime::currentDateTimeUtc();
     QString error;
+    const QString folder = recordFolder(settings.out, origin.host, origin.startedAt);
+    if (!makeFolders(folder, &error)) {
+        printMessage(error);
+        return kStatusUnwritable;
+    }
     QFile log;
     const QString logName = createNewFile(
-        QDir(settings.folder)
-            .filePath(recordBaseName(origin.host, settings.fileTest, origin.startedAt) +
-                      QStringLiteral(".log")),
+        QDir(folder).filePath(recordBaseName(origin.host, settings.fileTest, origin.startedAt) +
+                              QStringLiteral(".log")),
         &log, &error);
     if (logName.isEmpty()) {
         printMessage(error);
@@ -319,10 +322,10 @@ int runCommand(const QStringList& arguments) {
         return kStatusUsage;
     }
     settings.out = parser.value(QStringLiteral("out"));
-    settings.folder = hostFolder(settings.out, origin.host);
     settings.prom = parser.value(QStringLiteral("prom"));
     QString error;
-    if (!makeFolders(settings.out, &error) || !makeFolders(settings.folder, &error)) {
+    if (!makeFolders(settings.out, &error) ||
+        !makeFolders(hostFolder(settings.out, origin.host), &error)) {
         printMessage(error);
         return kStatusUnwritable;
     }

@@ -3,7 +3,9 @@
 #include <QDir>
 #include <QFileInfo>
 #include <algorithm>
+#include <functional>
 #include <iterator>
+#include <limits>
 #include <map>
 #include <set>
 #include <tuple>
@@ -12,6 +14,7 @@
 #include "record_json.h"
 #include "record_names.h"
 #include "safe_file.h"
+#include "writer_trust.h"
 
 namespace {
 
@@ -34,6 +37,14 @@ struct NamedFile {
 
 // By host and test, as the files' names say.
 using NamedFiles = std::map<std::pair<QString, QString>, std::vector<NamedFile>>;
+
+bool inMonth(const QString& fileName, int month) {
+    const std::optional<RecordNameView> name = viewRecordFileName(fileName);
+    return name && monthOfTime(name->startedAt) == month;
+}
+
+const QString kMisfiled =
+    QStringLiteral("named as a run of another month than its folder's, not read");
 
 QString notNamedAs(const QString& path, const QString& host) {
     return QStringLiteral("%1: not named as a record of %2 (%2-<test>-<time>.json)")
@@ -86,8 +97,11 @@ class Loader {
 
     // Every record below the folder, by its file name; links are named, not followed. Other
     // *.json files are named in notes, but for compare's own outputs. The folders below a named
-    // one are host folders: each record in one is of the host it is named after.
-    void folder(const QString& path, bool named) {
+    // one are host folders: each record in one is of the host it is named after. A folder named
+    // as a month ("YYYY-MM") below a host's folder, or a named one, holds the records of that
+    // month: one named as a run of another month is named in problems and not read.
+    void folder(const QString& path, bool named, const QString& parentHost = QString(),
+                std::optional<int> month = std::nullopt) {
         std::vector<FolderEntry> entries;
         QString error;
         if (!listFolder(path, named, &entries, &error)) {
@@ -95,20 +109,32 @@ class Loader {
             return;
         }
         const QDir dir(path);
-        const QString host = named ? QString() : QFileInfo(path).fileName();
-        // The records set aside first, in any order (newestFirst orders them); the rest is
+        const QString host = month ? parentHost : named ? QString() : QFileInfo(path).fileName();
+        // The records set aside first, in any order (newest first orders them); the rest is
         // sorted, so that the output is the same on every file system.
         if (named_ != nullptr) {
-            entries.erase(std::remove_if(
-                              entries.begin(), entries.end(),
-                              [&](FolderEntry& entry) { return setAside(path, dir, host, entry); }),
+            entries.erase(std::remove_if(entries.begin(), entries.end(),
+                                         [&](FolderEntry& entry) {
+                                             return setAside(path, dir, host, month, entry);
+                                         }),
                           entries.end());
         }
         std::sort(entries.begin(), entries.end(),
                   [](const FolderEntry& a, const FolderEntry& b) { return a.name < b.name; });
         for (const FolderEntry& entry : entries) {
             const QString child = dir.filePath(entry.name);
-            if (entry.kind == FolderEntry::kFolder) {
+            const std::optional<int> childMonth =
+                entry.kind == FolderEntry::kFolder && !month && (named || !host.isEmpty())
+                    ? monthOfFolderName(entry.name)
+                    : std::nullopt;
+            if (childMonth && named_ != nullptr && !host.isEmpty()) {
+                months_[host].emplace_back(*childMonth, child);  // listed when needed
+            } else if (childMonth) {
+                folder(child, false, host, childMonth);
+            } else if (entry.kind == FolderEntry::kFolder && month) {
+                load_.notes
+                    << QStringLiteral("%1: a folder in a month's folder, not read").arg(child);
+            } else if (entry.kind == FolderEntry::kFolder) {
                 folder(child, false);
             } else if (!entry.name.endsWith(QLatin1String(".json"))) {
                 continue;
@@ -122,6 +148,8 @@ class Loader {
                 }
             } else if (entry.kind == FolderEntry::kLink) {
                 problem(child, QStringLiteral("a symbolic link, not read"));
+            } else if (month && !inMonth(entry.name, *month)) {
+                problem(child, kMisfiled);
             } else if (named_ == nullptr) {
                 file(child, host);  // which names anything but a regular file
             } else if (namedFiles_.count(absolute(child)) == 0) {
@@ -142,44 +170,39 @@ class Loader {
 
     // Reads one host and test's files newest first by their names, for as long as more asks; each
     // record must say what its name says. With stopAtProblem, reading ends at a file that gives
-    // no record; otherwise the next older one is read in its place. The files left are counted
-    // in unread.
+    // no record; otherwise the next older one is read in its place.
     void newestFirst(const QString& host, const QString& test, std::vector<NamedFile>& files,
                      const NeedsOlder& more, bool stopAtProblem) {
-        const auto key = [](const NamedFile& file) {
-            return std::tie(file.startedAt, file.copy, file.folder, file.name);
-        };
-        std::sort(files.begin(), files.end(),
-                  [&](const NamedFile& a, const NamedFile& b) { return key(a) > key(b); });
-        // A folder named twice lists its files twice.
-        files.erase(std::unique(files.begin(), files.end(),
-                                [](const NamedFile& a, const NamedFile& b) {
-                                    return a.folder == b.folder && a.name == b.name;
-                                }),
-                    files.end());
-        std::vector<LoadedRecord> newest;
-        size_t next = 0;
-        while (next < files.size() && (newest.empty() || more(newest))) {
-            const NamedFile& file = files[next++];
-            const QString path = QDir(file.folder).filePath(file.name);
+        Reading reading;
+        reading.more = more;
+        reading.files = std::move(files);
+        sortUnread(reading);
+        while (reading.next < reading.files.size() &&
+               (reading.newest.empty() || more(reading.newest))) {
             const auto problems = load_.problems.size();
-            std::optional<Record> record = read(path, file.expectedHost);
-            if (record && (record->host != host || record->test != test ||
-                           record->startedAt.toSecsSinceEpoch() != file.startedAt)) {
-                problem(path, QStringLiteral("the record says %1 %2 at %3, its name otherwise")
-                                  .arg(record->host, record->test,
-                                       record->startedAt.toString(Qt::ISODate)));
-                record.reset();
-            }
-            if (record) {
-                newest.push_back({std::move(*record), path});
-            } else if (stopAtProblem && load_.problems.size() > problems) {
+            if (!readNext(host, test, reading) && stopAtProblem &&
+                load_.problems.size() > problems) {
                 break;
             }
         }
-        std::move(newest.begin(), newest.end(), std::back_inserter(load_.records));
-        if (next < files.size()) {
-            load_.unread[{host, test}] += static_cast<int>(files.size() - next);
+        std::move(reading.newest.begin(), reading.newest.end(), std::back_inserter(load_.records));
+    }
+
+    // Reads each host's records of each test newest first, for as long as the test's own rule,
+    // made by rule(), asks; a file that gives no record is named in problems and the next older
+    // one read in its place. A host's month folders are listed newest first, and only as far
+    // back as that takes: a file is read once every month that could hold a newer one is listed.
+    // A test the host has run only in months older than that is not read.
+    void readHosts(NamedFiles& named, const std::function<NeedsOlder()>& rule) {
+        std::set<QString> hosts;
+        for (const auto& group : named) {
+            hosts.insert(group.first.first);
+        }
+        for (const auto& host : months_) {
+            hosts.insert(host.first);
+        }
+        for (const QString& host : hosts) {
+            readHost(host, named, rule);
         }
     }
 
@@ -201,7 +224,6 @@ class Loader {
         RecordLoad load;
         load.problems = std::move(load_.problems);
         load.notes = std::move(load_.notes);
-        load.unread = std::move(load_.unread);
         load.records.reserve(keys.size());
         for (const auto& key : keys) {
             load.records.push_back(std::move(load_.records[key.second]));
@@ -210,18 +232,132 @@ class Loader {
     }
 
   private:
+    // One host and test's record files known by their names, read newest first.
+    struct Reading {
+        NeedsOlder more;
+        std::vector<NamedFile> files;  // those from next on are unread, newest first once sorted
+        size_t next = 0;
+        bool sorted = false;
+        bool done = false;
+        std::vector<LoadedRecord> newest;  // the records read, newest first
+    };
+
+    static void sortUnread(Reading& reading) {
+        const auto key = [](const NamedFile& file) {
+            return std::tie(file.startedAt, file.copy, file.folder, file.name);
+        };
+        const auto unread = reading.files.begin() + static_cast<std::ptrdiff_t>(reading.next);
+        std::sort(unread, reading.files.end(),
+                  [&](const NamedFile& a, const NamedFile& b) { return key(a) > key(b); });
+        // A folder named twice lists its files twice.
+        reading.files.erase(std::unique(unread, reading.files.end(),
+                                        [](const NamedFile& a, const NamedFile& b) {
+                                            return a.folder == b.folder && a.name == b.name;
+                                        }),
+                            reading.files.end());
+        reading.sorted = true;
+    }
+
+    // Reads the newest unread file; the record must say what its name says. Whether it gave one.
+    bool readNext(const QString& host, const QString& test, Reading& reading) {
+        const NamedFile& file = reading.files[reading.next++];
+        const QString path = QDir(file.folder).filePath(file.name);
+        std::optional<Record> record = read(path, file.expectedHost);
+        if (record && (record->host != host || record->test != test ||
+                       record->startedAt.toSecsSinceEpoch() != file.startedAt)) {
+            problem(path,
+                    QStringLiteral("the record says %1 %2 at %3, its name otherwise")
+                        .arg(record->host, record->test, record->startedAt.toString(Qt::ISODate)));
+            record.reset();
+        }
+        if (record) {
+            reading.newest.push_back({std::move(*record), path});
+        }
+        return record.has_value();
+    }
+
+    void readHost(const QString& host, NamedFiles& named, const std::function<NeedsOlder()>& rule) {
+        std::map<QString, Reading> tests;
+        // Moves the host's files out of found, each to its test's reading.
+        const auto take = [&](NamedFiles& found) {
+            auto group = found.lower_bound({host, QString()});
+            for (; group != found.end() && group->first.first == host; group = found.erase(group)) {
+                auto test = tests.find(group->first.second);
+                if (test == tests.end()) {
+                    test = tests.emplace(group->first.second, Reading()).first;
+                    test->second.more = rule();
+                }
+                Reading& reading = test->second;
+                std::move(group->second.begin(), group->second.end(),
+                          std::back_inserter(reading.files));
+                reading.sorted = false;
+                reading.done = false;
+            }
+        };
+        take(named);
+        std::vector<std::pair<int, QString>> months = std::move(months_[host]);
+        months_.erase(host);
+        std::sort(months.begin(), months.end(), std::greater<>());
+        size_t listed = 0;
+        for (;;) {
+            // Every file not listed yet started before this.
+            const qint64 unlistedBefore = listed < months.size()
+                                              ? startOfMonth(months[listed].first + 1)
+                                              : std::numeric_limits<qint64>::min();
+            bool listMore = false;
+            for (auto& [test, reading] : tests) {
+                if (!reading.sorted) {
+                    sortUnread(reading);
+                }
+                while (!reading.done && !listMore) {
+                    const bool unread = reading.next < reading.files.size();
+                    if (!reading.newest.empty() && !reading.more(reading.newest)) {
+                        reading.done = true;
+                    } else if (unread && reading.files[reading.next].startedAt >= unlistedBefore) {
+                        readNext(host, test, reading);
+                    } else if (listed < months.size()) {
+                        listMore = true;
+                    } else if (unread) {
+                        readNext(host, test, reading);
+                    } else {
+                        reading.done = true;
+                    }
+                }
+            }
+            // Until a month names a test of the host, there is nothing to ask.
+            if (!listMore && !(tests.empty() && listed < months.size())) {
+                break;
+            }
+            NamedFiles found;
+            NamedFiles* const all = named_;
+            named_ = &found;
+            last_ = nullptr;
+            folder(months[listed].second, false, host, months[listed].first);
+            named_ = all;
+            last_ = nullptr;
+            ++listed;
+            take(found);
+        }
+        for (auto& test : tests) {
+            std::move(test.second.newest.begin(), test.second.newest.end(),
+                      std::back_inserter(load_.records));
+        }
+    }
+
     static QString absolute(const QString& path) {
         return QDir::cleanPath(QFileInfo(path).absoluteFilePath());
     }
 
     // Sets the entry aside in named_, unread, when it is a record named as one of the host whose
     // folder it is in, and not named by the caller; a link is not. Whether it did.
-    bool setAside(const QString& path, const QDir& dir, const QString& host, FolderEntry& entry) {
+    bool setAside(const QString& path, const QDir& dir, const QString& host,
+                  std::optional<int> month, FolderEntry& entry) {
         if (entry.kind == FolderEntry::kFolder || entry.kind == FolderEntry::kLink) {
             return false;
         }
         const std::optional<RecordNameView> name = viewRecordFileName(entry.name);
         if (!name || (!host.isEmpty() && name->host != host) ||
+            (month && monthOfTime(name->startedAt) != *month) ||
             (!namedFiles_.empty() && namedFiles_.count(absolute(dir.filePath(entry.name))) != 0)) {
             return false;
         }
@@ -243,22 +379,49 @@ class Loader {
     NamedFiles* named_ = nullptr;
     std::set<QString> namedFiles_;
     std::vector<NamedFile>* last_ = nullptr;
+    // The month folders of each host's folder, not listed yet (compare's newest first).
+    std::map<QString, std::vector<std::pair<int, QString>>> months_;
     QString lastHost_;
     QString lastTest_;
 };
 
-// The record files of one host as folder and name: those in its own folder, and those of the
-// old flat layout in the records folder.
+// The record files of one host as folder and name: those in its own folder and its month
+// folders, and those of the old flat layout in the records folder. With trust, a month folder
+// anyone else could write is named in problems.
 std::vector<std::pair<QString, QString>> hostRecordFiles(const QString& records,
                                                          const QString& host,
+                                                         const WriterTrust* trust,
                                                          QStringList* problems) {
     std::vector<std::pair<QString, QString>> files;
     std::vector<FolderEntry> entries;
     QString error;
     const QString own = hostFolder(records, host);
+    const auto addMonth = [&](const QString& folder, int month) {
+        std::vector<FolderEntry> names;
+        if ((trust != nullptr && trustedFolder(folder, *trust, &error).isEmpty()) ||
+            !listFolder(folder, false, &names, &error)) {
+            *problems << QStringLiteral("%1: %2").arg(folder, error);
+            return;
+        }
+        for (FolderEntry& entry : names) {
+            if (entry.kind == FolderEntry::kFolder || !isRecordFileName(entry.name)) {
+                continue;
+            }
+            if (inMonth(entry.name, month)) {
+                files.emplace_back(folder, std::move(entry.name));
+            } else {
+                *problems << QStringLiteral("%1: %2").arg(QDir(folder).filePath(entry.name),
+                                                          kMisfiled);
+            }
+        }
+    };
     if (listFolder(own, false, &entries, &error)) {
         for (FolderEntry& entry : entries) {
-            if (entry.kind != FolderEntry::kFolder && isRecordFileName(entry.name)) {
+            const std::optional<int> month =
+                entry.kind == FolderEntry::kFolder ? monthOfFolderName(entry.name) : std::nullopt;
+            if (month) {
+                addMonth(QDir(own).filePath(entry.name), *month);
+            } else if (entry.kind != FolderEntry::kFolder && isRecordFileName(entry.name)) {
                 files.emplace_back(own, std::move(entry.name));
             }
         }
@@ -338,7 +501,7 @@ RecordLoad loadRecords(const QStringList& paths, const QDateTime& now, const Wri
 
 QStringList hostRecordPaths(const QString& records, const QString& host, QStringList* problems) {
     QStringList paths;
-    for (const auto& [folder, name] : hostRecordFiles(records, host, problems)) {
+    for (const auto& [folder, name] : hostRecordFiles(records, host, nullptr, problems)) {
         paths << QDir(folder).filePath(name);
     }
     std::sort(paths.begin(), paths.end());
@@ -362,7 +525,7 @@ RecordLoad loadNewestRecords(const QString& records, const QString& host, const 
     Loader loader(now, trust);
     QStringList problems;
     std::vector<NamedFile> named;
-    for (auto& [folder, fileName] : hostRecordFiles(records, host, &problems)) {
+    for (auto& [folder, fileName] : hostRecordFiles(records, host, trust, &problems)) {
         const std::optional<RecordNameView> name = viewRecordFileName(fileName);
         if (!name || name->host != host) {
             problems << notNamedAs(QDir(folder).filePath(fileName), host);
@@ -372,7 +535,7 @@ RecordLoad loadNewestRecords(const QString& records, const QString& host, const 
         }
     }
     if (!problems.isEmpty()) {
-        return {{}, problems, {}, {}};
+        return {{}, problems, {}};
     }
     loader.newestFirst(host, test, named, more, true);
     return loader.take();
@@ -387,9 +550,6 @@ RecordLoad loadNewestRecords(const QStringList& paths, const QDateTime& now,
                  [](const QString& path) { return QFileInfo(path).isFile(); });
     loader.setAsideInto(&named, files);
     loadPaths(loader, paths);
-    // Each host and test's files freed once read: a farm's names take memory by the million.
-    for (auto group = named.begin(); group != named.end(); group = named.erase(group)) {
-        loader.newestFirst(group->first.first, group->first.second, group->second, rule(), false);
-    }
+    loader.readHosts(named, rule);
     return loader.take();
 }

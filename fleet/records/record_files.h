@@ -42,9 +42,6 @@ struct RecordLoad {
     std::vector<LoadedRecord> records;  // ordered by start and rerun number (startedBefore)
     QStringList problems;  // "<path>: <reason>" for each file or folder that gave no record
     QStringList notes;     // "<path>: <reason>" for each other *.json file in the folders, not read
-    // By host and test: the files named as their records that were left unread, as older than
-    // what was needed (loadNewestRecords).
-    std::map<std::pair<QString, QString>, int> unread;
 };
 
 // Reads the named files, whatever their names, and the records below the named folders: the
@@ -52,18 +49,19 @@ struct RecordLoad {
 // link, and with trust only those no one but its writers could write (writer_trust.h); links,
 // other files with a record's name, unreadable folders, untrusted files and invalid records are
 // named in problems. A record found in a folder below a named one is in its host's folder
-// ("<records>/<host>/"): one whose host differs is named in problems and left out. Other *.json
-// files in the folders are named in notes, but for the summary (kSummaryFileName) and ownFiles, the
-// caller's own outputs, which are passed over silently; files of other suffixes (logs, reports) are
-// passed over silently.
+// ("<records>/<host>/" or its month folder "<records>/<host>/<YYYY-MM>/"): one whose host differs
+// is named in problems and left out, as is one named as a run of another month than its folder's.
+// Other *.json files in the folders are named in notes, but for the summary (kSummaryFileName) and
+// ownFiles, the caller's own outputs, which are passed over silently; files of other suffixes
+// (logs, reports) are passed over silently.
 RecordLoad loadRecords(const QStringList& paths,
                        const QDateTime& now = QDateTime::currentDateTimeUtc(),
                        const WriterTrust* trust = nullptr,
                        const QStringList& ownFiles = QStringList());
 
 // The record files of one host, without opening any other: those named as records in its folder
-// "<records>/<host>" and those of the old flat layout "<records>/<host>-<test>-<time>.json".
-// What cannot be listed is named in problems. Sorted.
+// "<records>/<host>" and its month folders, and those of the old flat layout
+// "<records>/<host>-<test>-<time>.json". What cannot be listed is named in problems. Sorted.
 QStringList hostRecordPaths(const QString& records, const QString& host, QStringList* problems);
 
 // Reads the record files of one host (hostRecordPaths); a record of another host is a problem.
@@ -79,7 +77,7 @@ using NeedsOlder = std::function<bool(const std::vector<LoadedRecord>& newestFir
 // the years of records behind them. Every file in the host's folder named as a record must be
 // named as one of the host, and every record read must say what its name says (host, test and
 // start to the second); reading stops at the first file that does not, or cannot be read, and
-// problems name it.
+// problems name it. With trust, a month folder anyone else could write is a problem too.
 RecordLoad loadNewestRecords(const QString& records, const QString& host, const QString& test,
                              const QDateTime& now, const WriterTrust* trust,
                              const NeedsOlder& more);
@@ -89,6 +87,7 @@ RecordLoad loadNewestRecords(const QString& records, const QString& host, const 
 // which the record must match (host, test and start to the second). The files named are read
 // whatever their names. In a host's folder a file named as a record of another host is named in
 // problems and not read; a file that gives no record is named in problems and the next older one
-// read in its place. The files left unread are counted in unread.
+// read in its place. A host's month folders are listed newest first, only as far back as the
+// rules ask: a test the host ran only in older months than that is not read.
 RecordLoad loadNewestRecords(const QStringList& paths, const QDateTime& now,
                              const QStringList& ownFiles, const std::function<NeedsOlder()>& rule);

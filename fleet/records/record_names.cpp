@@ -9,6 +9,8 @@
 
 namespace {
 
+constexpr qint64 kUnixEpochJulianDay = 2440588;
+
 // A UTC time from text laid out as form: 'Y', 'M', 'D', 'h', 'm' and 's' stand for the digits of
 // the year, month, day, hour, minute and second, every other character for itself. Nothing for
 // any other text, or a day or time that does not exist ("02-30", "24:00:00"). Taken apart by hand:
@@ -42,7 +44,6 @@ std::optional<qint64> utcSecondsOfForm(QStringView text, const char* form) {
     if (!QDate::isValid(year, month, day) || !QTime::isValid(hour, minute, second)) {
         return std::nullopt;
     }
-    constexpr qint64 kUnixEpochJulianDay = 2440588;
     return (QDate(year, month, day).toJulianDay() - kUnixEpochJulianDay) * 86400 + hour * 3600 +
            minute * 60 + second;
 }
@@ -78,6 +79,31 @@ QString recordBaseName(const QString& host, const QString& test, const QDateTime
 
 QString hostFolder(const QString& records, const QString& host) {
     return QDir(records).filePath(host);
+}
+
+QString recordFolder(const QString& records, const QString& host, const QDateTime& startedAt) {
+    return QDir(hostFolder(records, host))
+        .filePath(startedAt.toUTC().toString(QStringLiteral("yyyy-MM")));
+}
+
+std::optional<int> monthOfFolderName(QStringView name) {
+    const std::optional<qint64> start =
+        utcSecondsOfForm(name.toString() + QStringLiteral("-01T00:00:00Z"), "YYYY-MM-DDThh:mm:ssZ");
+    if (!start || *start < 0) {
+        return std::nullopt;
+    }
+    return monthOfTime(*start);
+}
+
+int monthOfTime(qint64 secondsSinceEpoch) {
+    // Floor division: a time before 1970 lies in a day before the epoch's.
+    const qint64 days = secondsSinceEpoch / 86400 - (secondsSinceEpoch % 86400 < 0 ? 1 : 0);
+    const QDate date = QDate::fromJulianDay(days + kUnixEpochJulianDay);
+    return date.year() * 12 + date.month() - 1;
+}
+
+qint64 startOfMonth(int month) {
+    return (QDate(month / 12, month % 12 + 1, 1).toJulianDay() - kUnixEpochJulianDay) * 86400;
 }
 
 std::optional<QDateTime> utcTimeFromText(const QString& text) {

@@ -24,6 +24,20 @@ QString recordBaseName(const QString& host, const QString& test, const QDateTime
 // The folder of a host's records: "<records>/<host>".
 QString hostFolder(const QString& records, const QString& host);
 
+// The folder run and import write a record in: "<records>/<host>/<YYYY-MM>", the month the run
+// started in (UTC). A folder per month lets a reader that wants a host's newest runs list only
+// the newest months, however many years of records lie behind them; and an admin keeps or drops a
+// month as one folder.
+QString recordFolder(const QString& records, const QString& host, const QDateTime& startedAt);
+
+// Months as one number, year * 12 + month - 1, which orders them.
+// The month of a folder named "YYYY-MM" (years 1970 to 9999); nothing for any other name.
+std::optional<int> monthOfFolderName(QStringView name);
+// The month a time in seconds since 1970 (UTC) falls in.
+int monthOfTime(qint64 secondsSinceEpoch);
+// The first second of a month, in seconds since 1970 (UTC).
+qint64 startOfMonth(int month);
+
 // What the name of a record file says: "<host>-<test>-<time>[-N].json", the test spelt as the
 // test table spells it. copy is N, the number publishNewFile gave a second run of the same
 // second, and 1 without it.

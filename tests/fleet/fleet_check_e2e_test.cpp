@@ -24,13 +24,14 @@ struct Route {
 class FleetCheckTrust : public ::testing::Test {
   protected:
     void SetUp() override {
-        // The tree: <dir>/r/n1/<record> and <dir>/r/corebench-summary.json, as run and compare
-        // make them.
+        // The tree: <dir>/r/n1/<month>/<record> and <dir>/r/corebench-summary.json, as run and
+        // compare make them.
         tree = QFileInfo(dir.path()).canonicalFilePath();
         const FleetResult imported = runFleet({"import", "--host", "n1", "--out", tree + "/r",
                                                FLEET_TEST_DATA "/singlespeed-plain.log"});
         ASSERT_EQ(imported.status, 0) << imported.err.toStdString();
-        record = QDir(tree + "/r/n1").entryList({"*.json"}).value(0);
+        month = QDir(tree + "/r/n1").entryList(QDir::Dirs | QDir::NoDotAndDotDot).value(0);
+        record = month + "/" + QDir(tree + "/r/n1/" + month).entryList({"*.json"}).value(0);
         const FleetResult compared =
             runFleet({"compare", "--summary", tree + "/r/corebench-summary.json", tree + "/r"});
         ASSERT_EQ(compared.status, 0) << compared.err.toStdString();
@@ -64,7 +65,10 @@ class FleetCheckTrust : public ::testing::Test {
     }
 
     QString filled(const char* text) const {
-        return QString::fromUtf8(text).replace("%1", tree).replace("%2", record);
+        return QString::fromUtf8(text)
+            .replace("%1", tree)
+            .replace("%2", record)
+            .replace("%3", month);
     }
 
     static void shell(const QString& command) {
@@ -75,7 +79,8 @@ class FleetCheckTrust : public ::testing::Test {
 
     QTemporaryDir dir;
     QString tree;
-    QString record;
+    QString month;   // its folder in n1's
+    QString record;  // below n1's folder
 };
 
 // Each seen letting an unprivileged user resume a drained node, and their kin.
@@ -85,6 +90,8 @@ TEST_F(FleetCheckTrust, CannotDecideOnWhatOthersCouldWrite) {
         // An ACL entry on the host's folder, its mode bits clean (the mask holds it back).
         {"setfacl -m u:daemon:rwx %1/r/n1 && chmod 755 %1/r/n1", "%1/r/n1", "user daemon (ACL)"},
         {"setfacl -m g:nogroup:w %1/r/n1/%2", "%1/r/n1/%2", "group nogroup (ACL)"},
+        // The month's folder: anyone could take the newest record away.
+        {"chmod 1777 %1/r/n1/%3", "%1/r/n1/%3", "everyone (mode 1777)"},
         // A folder above the records that everyone may write, without the sticky bit: the
         // records folder could be swapped for another.
         {"chmod 777 %1", "%1", "everyone (mode 777)"},

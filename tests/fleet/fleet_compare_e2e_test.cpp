@@ -21,7 +21,7 @@ class FleetCompareProgram : public ::testing::Test {
         const FleetResult seed =
             runFleet({"import", "--out", path("seed"), FLEET_TEST_DATA "/singlespeed-plain.log"});
         ASSERT_EQ(seed.status, 0) << seed.err.toStdString();
-        const QDir seedDir(path("seed/singlespeed-plain"));
+        const QDir seedDir(newestMonthFolder(path("seed/singlespeed-plain")));
         pattern = QJsonDocument::fromJson(
                       readFile(seedDir.filePath(seedDir.entryList({"*.json"}).value(0))))
                       .object();

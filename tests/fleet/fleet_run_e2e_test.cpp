@@ -27,13 +27,15 @@ const QString kData = QStringLiteral(FLEET_TEST_DATA);
 const QString kHost = QSysInfo::machineHostName().section('.', 0, 0);
 
 QStringList filesIn(const QString& dir, const QString& pattern = "*") {
-    return QDir(dir).entryList({pattern}, QDir::Files, QDir::Name);
+    return QDir(newestMonthFolder(dir)).entryList({pattern}, QDir::Files, QDir::Name);
 }
 
 QJsonObject onlyRecord(const QString& dir) {
     const QStringList records = filesIn(dir, QStringLiteral("*.json"));
     EXPECT_EQ(records.size(), 1) << records.join(' ').toStdString();
-    return QJsonDocument::fromJson(readFile(QDir(dir).filePath(records.value(0)))).object();
+    return QJsonDocument::fromJson(
+               readFile(QDir(newestMonthFolder(dir)).filePath(records.value(0))))
+        .object();
 }
 
 QString sha256(const QString& path) {
@@ -87,7 +89,7 @@ TEST_F(FleetRun, RecordsWhatCorebenchPrintedAndPassesItThrough) {
     EXPECT_LE(std::abs(started.secsTo(QDateTime::currentDateTimeUtc())), 120);
     const QString base = host + "-SingleSpeed-" + started.toUTC().toString("yyyyMMdd'T'HHmmss'Z'");
     EXPECT_EQ(filesIn(path("out/") + host), (QStringList{base + ".json", base + ".log"}));
-    EXPECT_EQ(readFile(path("out/") + host + "/" + base + ".log"), captured);
+    EXPECT_EQ(readFile(newestMonthFolder(path("out/") + host) + "/" + base + ".log"), captured);
     EXPECT_EQ(record["host"].toString(), host);
     EXPECT_EQ(record["corebench_sha256"].toString(), sha256(corebench));
     expectJsonHas(record, R"({"source": "run", "status": 24, "ps_result": 24.488})");
@@ -197,8 +199,8 @@ TEST_F(FleetRun, DisturbedRunsAreRunAgainAndEveryRecordKept) {
         ASSERT_EQ(records.size(), static_cast<int>(row.marked.size())) << result.err.toStdString();
         for (size_t i = 0; i < row.marked.size(); ++i) {
             const QJsonObject record =
-                QJsonDocument::fromJson(
-                    readFile(path("out/") + kHost + "/" + records[static_cast<int>(i)]))
+                QJsonDocument::fromJson(readFile(newestMonthFolder(path("out/") + kHost) + "/" +
+                                                 records[static_cast<int>(i)]))
                     .object();
             EXPECT_EQ(record["disturbed"].toArray(),
                       row.marked[i] ? QJsonArray{cause} : QJsonArray())
@@ -348,10 +350,10 @@ TEST_F(FleetRun, ImportsExistingLogs) {
 // written through, the files take the next free name, the .prom link is replaced.
 TEST_F(FleetRun, WritesNoFileThroughALink) {
     writeFile(path("victim"), "root only");
-    const QString folder = path("out/") + kHost;
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    const QString folder = path("out/") + kHost + now.toString("/yyyy-MM");  // the run's month
     QDir().mkpath(folder);
     QDir().mkpath(path("prom"));
-    const QDateTime now = QDateTime::currentDateTimeUtc();
     for (int second = 0; second < 60; ++second) {
         for (const char* suffix : {".log", ".json"}) {
             const QString name = folder + "/" + kHost + "-SingleSpeed-" +
@@ -494,7 +496,8 @@ TEST(FleetRealCorebench, SingleSpeedRecordMatchesItsLog) {
     ASSERT_EQ(fleet.exitCode(), 0) << fleet.readAllStandardError().toStdString();
     const QString folder = dir.filePath(kHost);
     const QJsonObject record = onlyRecord(folder);
-    const QByteArray log = readFile(QDir(folder).filePath(filesIn(folder, "*.log").value(0)));
+    const QByteArray log =
+        readFile(QDir(newestMonthFolder(folder)).filePath(filesIn(folder, "*.log").value(0)));
     EXPECT_EQ(out, log);
     const QRegularExpressionMatch ps =
         QRegularExpression("\nPS_Result: (\\d+\\.\\d{3})\nReturning exit code (\\d+)\n")

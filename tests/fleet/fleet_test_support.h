@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <QDir>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -14,6 +15,15 @@
 inline QByteArray readFile(const QString& path) {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+// The folder run and import wrote a host's newest records in, its newest month's; the host's own
+// folder when it has none (records planted there, as older versions wrote them).
+inline QString newestMonthFolder(const QString& hostFolder) {
+    const QStringList months =
+        QDir(hostFolder)
+            .entryList({"\?\?\?\?-\?\?"}, QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name);
+    return months.isEmpty() ? hostFolder : hostFolder + "/" + months.last();
 }
 
 inline QByteArray capturedLog(const char* name) {

@@ -56,8 +56,10 @@ class FleetReport : public ::testing::Test {
             0);
         const QJsonObject pattern =
             QJsonDocument::fromJson(
-                readFile(path("seed/singlespeed-plain/") +
-                         QDir(path("seed/singlespeed-plain")).entryList({"*.json"}).value(0)))
+                readFile(QDir(newestMonthFolder(path("seed/singlespeed-plain")))
+                             .filePath(QDir(newestMonthFolder(path("seed/singlespeed-plain")))
+                                           .entryList({"*.json"})
+                                           .value(0))))
                 .object();
         std::mt19937_64 random(17);
         std::normal_distribution<double> noise(0, 0.01);
