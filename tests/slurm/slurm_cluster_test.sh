@@ -268,7 +268,7 @@ sweep_done() {
     [ "$state" = COMPLETED ] || fail "job $id ended $state (exit $(job_field "$id" ExitCode))"
   done
   say "jobs $bench_job (benchmark) and $report_job (report) COMPLETED"
-  records=("$tmp/records/$node/$node-SingleSpeed-"*.json)
+  records=("$tmp/records/$node/"*/"$node-SingleSpeed-"*.json)
   [ ${#records[@]} -eq "$n" ] && [ -f "${records[0]}" ] ||
     fail "expected $n SingleSpeed records of $node, found: ${records[*]}"
   for record in "${records[@]}"; do
