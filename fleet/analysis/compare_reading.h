@@ -9,12 +9,13 @@
 #include "record.h"
 
 // The runs of the current configuration that compare gives drift detection, and so judges a
-// host's drift on: drift's window of 50 runs and 10 before it, the shortest history at which
-// scripts/bench-drift shows its goals holding (noise seldom flagged, drops found, a recovered dip
-// spared, DRIFT=X as calibrated). A drift that began 35 to 50 runs back has fewer than the 25 runs
-// before it that the whole history gives it, so its ratio may come out otherwise (bench-drift
-// prints how often it is found or missed otherwise). compare reads these same 60 whether a host
-// has 60 runs or 1,000, which keeps its cost from growing with the years; `history` reads all.
+// host's drift on: drift's window of 50 runs and 10 before it, the shortest history that
+// scripts/bench-drift measures the goals on (noise seldom flagged, drops found, a recovered dip
+// spared, DRIFT=X as calibrated), and which it measures them on as compare sees a long history. A
+// drift that began 35 to 50 runs back has fewer than the 25 runs before it that the whole history
+// gives it, so its ratio may come out otherwise (bench-drift prints how often). compare reads
+// these same 60 whether a host has 60 runs or 1,000, which keeps its cost from growing with the
+// years; `history` reads all.
 constexpr int kCompareDriftRuns = 60;
 
 // Whether compare needs a host's records of a test older than those read, newest first
