@@ -3,10 +3,12 @@
 // from is not, that a change of hardware never is, and which nodes the health check's DRIFT
 // setting drains. Fixed seeds, so every run of one build prints the same figures; exits 1 when a
 // figure misses its target. A series is flagged when the latest change point of its current
-// segment is a drop. Last, that compare, which gives drift detection a host's newest runs only,
-// finds the current drift of the whole history.
+// segment is a drop. Last, the goals as compare sees them, which gives drift detection only a
+// host's newest kCompareDriftRuns runs of a long history, and how often it finds a current drift
+// where the whole history has none, or none where it has one.
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <optional>
 #include <random>
@@ -38,6 +40,7 @@ struct Plan {
     bool newCpuModel = false;  // the runs after the old level name another CPU model
     bool busy = false;         // kBusyShare of all runs are busy runs
     double sigma = kSigma;
+    int given = 0;  // drift detection is given the newest this many runs, as compare; 0 for all
 };
 
 struct Series {
@@ -66,6 +69,10 @@ Series simulate(std::mt19937_64& random, const Plan& plan) {
         run.cpuModel = after && plan.newCpuModel ? "Model B" : "Model A";
         run.logicalCpus = 64;
         runs.push_back(run);
+    }
+    if (plan.given > 0 && static_cast<int>(runs.size()) > plan.given) {
+        series.before -= static_cast<int>(runs.size()) - plan.given;
+        runs.erase(runs.begin(), runs.end() - plan.given);
     }
     series.segments = driftSegments(runs);
     series.runs = std::move(runs);
@@ -253,14 +260,22 @@ bool dipTable() {
     return met;
 }
 
+// The settings of the DRIFT=X table: run-to-run noise and X.
+struct Setting {
+    double sigma;
+    double x;
+};
+const Setting kSettings[] = {{0.02, 0.05}, {0.02, 0.06}, {0.02, 0.08}, {0.02, 0.10}, {0.02, 0.15},
+                             {0.02, 0.20}, {0.02, 0.30}, {0.01, 0.03}, {0.01, 0.05}, {0.03, 0.09}};
+
+// Whether DRIFT=X is judged at this noise: the targets hold from X = 3 sigma on.
+bool judged(const Setting& setting) {
+    return setting.x >= 3 * setting.sigma - 1e-9;
+}
+
 // DRIFT=X: nodes drained with a real drop of X (8 runs after it), with a drop of 0.6 X (10 runs
 // after it), and with noise and busy runs alone; the targets hold from X = 3 sigma on.
 bool driftSettingTable() {
-    const struct {
-        double sigma;
-        double x;
-    } settings[] = {{0.02, 0.05}, {0.02, 0.06}, {0.02, 0.08}, {0.02, 0.10}, {0.02, 0.15},
-                    {0.02, 0.20}, {0.02, 0.30}, {0.01, 0.03}, {0.01, 0.05}, {0.03, 0.09}};
     std::printf("\nDRIFT=X, nodes drained (%%); busy runs: %.0f %% of runs %.0f %% low:\n",
                 100 * kBusyShare, 100 * kBusyDrop);
     std::printf("  %6s %6s %14s %16s %14s %14s\n", "noise", "X", "drop X,", "drop 0.6 X,",
@@ -269,7 +284,7 @@ bool driftSettingTable() {
                 "60 runs", "365 runs");
     bool met = true;
     unsigned seed = 7000;
-    for (const auto& setting : settings) {
+    for (const Setting& setting : kSettings) {
         const double x = setting.x;
         auto drains = [x](const Series& s) { return drained(s, x); };
         const double real = rate(++seed, {0, {{8, -x}}, false, false, setting.sigma}, drains);
@@ -277,14 +292,13 @@ bool driftSettingTable() {
             rate(++seed, {0, {{10, -0.6 * x}}, false, false, setting.sigma}, drains);
         const double busy60 = rate(++seed, {60, {}, false, true, setting.sigma}, drains);
         const double busy365 = rate(++seed, {365, {}, false, true, setting.sigma}, drains);
-        const bool judged = x >= 3 * setting.sigma - 1e-9;
         const bool rowMet = real >= 0.90 && small <= 0.10 && busy60 == 0 && busy365 == 0;
         std::printf("  %5.0f%% %6.2f %14.1f %16.1f %14.1f %14.1f  %s\n", 100 * setting.sigma, x,
                     100 * real, 100 * small, 100 * busy60, 100 * busy365,
-                    !judged  ? "(X below 3 sigma)"
-                    : rowMet ? "met"
-                             : "MISSED");
-        met &= !judged || rowMet;
+                    !judged(setting) ? "(X below 3 sigma)"
+                    : rowMet         ? "met"
+                                     : "MISSED");
+        met &= !judged(setting) || rowMet;
     }
     std::printf(
         "  (targets from X = 3 sigma on: drop X >= 90 %%, drop 0.6 X <= 10 %%, busy runs "
@@ -292,46 +306,148 @@ bool driftSettingTable() {
     return met;
 }
 
-// compare gives drift detection a host's newest compareDriftRuns() runs only: the series of 400
-// weekly runs whose current drift there (and, for comparison, in fewer runs) is another than the
-// whole history's, in presence, start or ratio.
-bool compareWindowTable() {
-    const struct {
+// The plan with only its newest kCompareDriftRuns runs given to drift detection, as compare does.
+Plan asCompare(Plan plan) {
+    plan.given = kCompareDriftRuns;
+    return plan;
+}
+
+// The goals above as compare sees them: of histories of 365 and 1,000 weekly runs, drift
+// detection is given the newest kCompareDriftRuns only.
+bool compareTable() {
+    const int lengths[] = {365, 1000};
+    std::printf(
+        "\ncompare's drift: only the newest %d runs of each history given to drift "
+        "detection:\n",
+        kCompareDriftRuns);
+    struct Row {
         const char* name;
-        Plan plan;
-    } rows[] = {
-        {"pure noise", {400, {}, false, false}},
-        {"5 % drop 10 runs back", {390, {{10, -0.05}}, false, false}},
-        {"5 % drop 45 runs back", {355, {{45, -0.05}}, false, false}},
-        {"5 % drop 48 runs back", {352, {{48, -0.05}}, false, false}},
-        {"3 % drop 40 runs back", {360, {{40, -0.03}}, false, false}},
-        {"3 % drop 48 runs back", {352, {{48, -0.03}}, false, false}},
-        {"10 % dip for 4 runs, 6 runs back since", {390, {{4, -0.10}, {6, 0}}, false, false}}};
-    const int newest[] = {60, 75, compareDriftRuns()};
-    std::printf("\ncompare's window: series whose current drift in the newest runs is another "
-                "than in all 400 (%%):\n  %-40s%8d%8d%8d (compare's)\n",
-                "newest runs:", newest[0], newest[1], newest[2]);
+        std::vector<Piece> after;
+        bool atMost;
+        double target;
+        int series;
+    };
+    const Row rows[] = {{"pure noise, flagged", {}, true, 0.005, kManySeries},
+                        {"5 % drop, 6 runs after, flagged", {{6, -0.05}}, false, 0.90, kSeries},
+                        {"10 % dip for 4 runs, 6 runs back since, flagged",
+                         {{4, -0.10}, {6, 0}},
+                         true,
+                         0.01,
+                         kManySeries}};
     bool met = true;
     unsigned seed = 8000;
-    for (const auto& row : rows) {
-        std::printf("  %-40s", row.name);
-        double differ = 0;
-        for (const int runs : newest) {
-            differ = rate(seed, row.plan, [runs](const Series& s) {
-                const std::vector<DriftRun> tail(s.runs.end() - runs, s.runs.end());
-                const std::optional<ChangePoint> whole = currentDrift(s);
-                const std::optional<ChangePoint> part = currentDrift(driftSegments(tail));
-                return whole.has_value() != part.has_value() ||
-                       (whole && (whole->at != part->at || whole->ratio != part->ratio));
-            });
-            std::printf("%8.1f", 100 * differ);
+    for (const Row& row : rows) {
+        int runsAfter = 0;
+        for (const Piece& piece : row.after) {
+            runsAfter += piece.runs;
         }
-        std::printf("\n");
-        met &= differ <= 0.005;
-        ++seed;
+        for (const int length : lengths) {
+            const Plan plan = asCompare({length - runsAfter, row.after, false, false});
+            char what[80];
+            std::snprintf(what, sizeof what, "%s, %d runs", row.name, length);
+            met &= check(what, rate(++seed, plan, flagged, row.series), row.atMost, row.target);
+        }
     }
-    std::printf("  (target for compare's: at most 0.5 %% of each) %s\n", met ? "met" : "MISSED");
+    std::printf("\n  DRIFT=X, nodes drained (%%), of the newest %d runs:\n", kCompareDriftRuns);
+    std::printf("  %6s %6s %14s %14s %16s %14s\n", "noise", "X", "runs in the", "drop X,",
+                "drop 0.6 X,", "busy runs");
+    std::printf("  %6s %6s %14s %14s %16s\n", "sigma", "", "history", "8 runs after",
+                "10 runs after");
+    for (const Setting& setting : kSettings) {
+        const double x = setting.x;
+        auto drains = [x](const Series& s) { return drained(s, x); };
+        for (const int length : lengths) {
+            const double real = rate(
+                ++seed, asCompare({length - 8, {{8, -x}}, false, false, setting.sigma}), drains);
+            const double small = rate(
+                ++seed, asCompare({length - 10, {{10, -0.6 * x}}, false, false, setting.sigma}),
+                drains);
+            const double busy =
+                rate(++seed, asCompare({length, {}, false, true, setting.sigma}), drains);
+            const bool rowMet = real >= 0.90 && small <= 0.10 && busy == 0;
+            std::printf("  %5.0f%% %6.2f %14d %14.1f %16.1f %14.1f  %s\n", 100 * setting.sigma, x,
+                        length, 100 * real, 100 * small, 100 * busy,
+                        !judged(setting) ? "(X below 3 sigma)"
+                        : rowMet         ? "met"
+                                         : "MISSED");
+            met &= !judged(setting) || rowMet;
+        }
+    }
     return met;
+}
+
+// Where compare's drift and the whole history's differ: a drift that began 35 to 50 runs back has
+// fewer runs before it in compare's newest kCompareDriftRuns than the whole history gives it. Of
+// series of 365 weekly runs, the share in which only one of the two finds a current drift, and of
+// those in which both do, the share whose ratios differ by more than a percentage point. No target.
+void compareEdgeTable() {
+    constexpr int kLength = 365;
+    std::printf(
+        "\ncompare's drift against the whole history's, %d weekly runs, %d series each (%%):\n"
+        "  %-30s %16s %16s %18s\n",
+        kLength, kSeries, "", "only in history", "only in compare", "ratios 1 pt apart");
+    const struct {
+        const char* name;
+        Piece after;
+    } rows[] = {{"pure noise", {}},
+                {"5 % drop 10 runs back", {10, -0.05}},
+                {"5 % drop 30 runs back", {30, -0.05}},
+                {"5 % drop 45 runs back", {45, -0.05}}};
+    unsigned seed = 9000;
+    for (const auto& row : rows) {
+        std::mt19937_64 random(++seed);
+        int onlyWhole = 0;
+        int onlyCompare = 0;
+        int ratioApart = 0;
+        for (int s = 0; s < kSeries; ++s) {
+            const Series series =
+                simulate(random, {kLength - row.after.runs, {row.after}, false, false});
+            const std::vector<DriftRun> newest(series.runs.end() - kCompareDriftRuns,
+                                               series.runs.end());
+            const std::optional<ChangePoint> whole = currentDrift(series);
+            const std::optional<ChangePoint> seen = currentDrift(driftSegments(newest));
+            onlyWhole += whole && !seen ? 1 : 0;
+            onlyCompare += seen && !whole ? 1 : 0;
+            ratioApart += whole && seen && std::abs(whole->ratio - seen->ratio) > 0.01 ? 1 : 0;
+        }
+        std::printf("  %-30s %16.1f %16.1f %18.1f\n", row.name, 100.0 * onlyWhole / kSeries,
+                    100.0 * onlyCompare / kSeries, 100.0 * ratioApart / kSeries);
+    }
+}
+
+// DRIFT=X at X = 3 sigma, where its targets have no margin: whether compare's newest
+// kCompareDriftRuns runs of 365 drain the same nodes as the whole history with a drop of X 8 runs
+// back. No target.
+void compareDrainTable() {
+    constexpr int kLength = 365;
+    std::printf(
+        "\nDRIFT=X at X = 3 sigma, a drop of X 8 runs back in %d weekly runs, %d series "
+        "each, drained (%%):\n  %6s %6s %16s %16s %16s\n",
+        kLength, kSeries, "sigma", "X", "whole history", "compare's runs", "only in one");
+    unsigned seed = 9100;
+    for (const Setting& setting : kSettings) {
+        if (setting.x > 3 * setting.sigma + 1e-9 || !judged(setting)) {
+            continue;
+        }
+        std::mt19937_64 random(++seed);
+        int whole = 0;
+        int seen = 0;
+        int apart = 0;
+        for (int s = 0; s < kSeries; ++s) {
+            const Series series =
+                simulate(random, {kLength - 8, {{8, -setting.x}}, false, false, setting.sigma});
+            const std::vector<DriftRun> newest(series.runs.end() - kCompareDriftRuns,
+                                               series.runs.end());
+            const bool inWhole = drained(series, setting.x);
+            const std::optional<ChangePoint> drift = currentDrift(driftSegments(newest));
+            const bool inNewest = drift && drainsOnDrift(*drift, setting.x);
+            whole += inWhole ? 1 : 0;
+            seen += inNewest ? 1 : 0;
+            apart += inWhole != inNewest ? 1 : 0;
+        }
+        std::printf("  %5.0f%% %6.2f %16.1f %16.1f %16.1f\n", 100 * setting.sigma, setting.x,
+                    100.0 * whole / kSeries, 100.0 * seen / kSeries, 100.0 * apart / kSeries);
+    }
 }
 
 }  // namespace
@@ -343,6 +459,8 @@ int main() {
     met &= historyTable();
     met &= dipTable();
     met &= driftSettingTable();
-    met &= compareWindowTable();
+    met &= compareTable();
+    compareEdgeTable();
+    compareDrainTable();
     return met ? 0 : 1;
 }

@@ -2,15 +2,11 @@
 
 #include "fleet_compare.h"
 
-int compareDriftRuns(const DriftOptions& options) {
-    return 2 * options.window;
-}
-
 bool CompareReading::operator()(const std::vector<LoadedRecord>& newestFirst) {
     for (; seen_ < newestFirst.size(); ++seen_) {
         add(newestFirst[seen_].record);
     }
-    return !(judged_ && (scored_ >= compareDriftRuns() || (began_ && scored_ >= kCvRuns)));
+    return !(judged_ && (scored_ >= kCompareDriftRuns || (began_ && scored_ >= kCvRuns)));
 }
 
 void CompareReading::add(const Record& record) {

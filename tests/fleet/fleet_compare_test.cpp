@@ -154,7 +154,7 @@ TEST(FleetCompare, CvOfTheNewestRuns) {
 }
 
 // compare reads a host's records newest first until its verdicts have what they look at: the
-// newest undisturbed run however far back, 50 scored runs for cv, and 100 of the newest one's
+// newest undisturbed run however far back, 50 scored runs for cv, and 60 of the newest one's
 // configuration for drift, or back to a run of another.
 TEST(CompareReading, StopsWhereTheVerdictsStopLooking) {
     const std::optional<QString> none;
@@ -163,30 +163,30 @@ TEST(CompareReading, StopsWhereTheVerdictsStopLooking) {
         std::function<void(int, Record&)> change;  // of the i-th newest run
         size_t read;                               // of 400
     } cases[] = {
-        {"one configuration", [](int, Record&) {}, 100},
-        {"another CPU model 60 runs back",
-         [](int i, Record& r) { r.cpuModel = i < 60 ? "EPYC 9654" : "EPYC 7543"; }, 61},
+        {"one configuration", [](int, Record&) {}, 60},
+        {"another CPU model 55 runs back",
+         [](int i, Record& r) { r.cpuModel = i < 55 ? "EPYC 9654" : "EPYC 7543"; }, 56},
         {"another CPU count 10 runs back", [](int i, Record& r) { r.logicalCpus = i < 10 ? 4 : 2; },
          50},
-        {"another build 60 runs back, imports naming none between",
-         [&](int i, Record& r) { r.corebenchSha256 = i >= 60       ? "a"
+        {"another build 55 runs back, imports naming none between",
+         [&](int i, Record& r) { r.corebenchSha256 = i >= 55       ? "a"
                                                      : i / 3 == 10 ? none
                                                                    : "b"; },
-         61},
+         56},
         {"the newest 249 disturbed",
          [](int i, Record& r) {
              if (i < 249) {
                  r.disturbed = QStringList{"busy"};
              }
          },
-         349},
+         309},
         {"the newest 100 without a score",
          [](int i, Record& r) {
              if (i < 100) {
                  r.psResult.reset();
              }
          },
-         200},
+         160},
         {"every run disturbed", [](int, Record& r) { r.disturbed = QStringList{"busy"}; }, 400},
     };
     for (const auto& [what, change, read] : cases) {

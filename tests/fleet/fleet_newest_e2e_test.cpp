@@ -240,8 +240,8 @@ TEST_F(FleetNewest, CompareReadsBackOnlyAsFarAsItsVerdictsLook) {
         add("n5", hour == 250 ? 102.5 : 100, hoursBefore(hour), 1, "EPYC 7543", QString(),
             hour < 250 ? QJsonValue(busy) : QJsonValue());
     }
-    // Just older than n4's newest 100 runs, which drift looks at.
-    const QString old = write("n4", hoursBefore(100.5), 1, "{");
+    // Just older than n4's newest 60 runs, which drift looks at.
+    const QString old = write("n4", hoursBefore(60.5), 1, "{");
     const FleetResult compared = summarize();
     EXPECT_EQ(compared.status, 0) << compared.err.toStdString();
     const auto row = [&](const char* host) {
@@ -258,9 +258,9 @@ TEST_F(FleetNewest, CompareReadsBackOnlyAsFarAsItsVerdictsLook) {
     EXPECT_EQ(history.status, 7);
     EXPECT_TRUE(history.err.contains((old + ": invalid record").toUtf8()));
 
-    // Among the newest 100 it is read, and named; so is a record that is not what its name says.
+    // Among the newest 60 it is read, and named; so is a record that is not what its name says.
     const QString stem = path("records/%1/%1-All-%2.json");
-    QFile::rename(old, stem.arg("n4", hoursBefore(99.5).toString("yyyyMMdd'T'HHmmss'Z'")));
+    QFile::rename(old, stem.arg("n4", hoursBefore(59.5).toString("yyyyMMdd'T'HHmmss'Z'")));
     QFile::copy(stem.arg("n3", base.toString("yyyyMMdd'T'HHmmss'Z'")),
                 stem.arg("n3", base.addSecs(1).toString("yyyyMMdd'T'HHmmss'Z'")));
     const FleetResult again = runFleet({"compare", "--format", "csv", path("records")});
