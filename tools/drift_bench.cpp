@@ -348,31 +348,6 @@ bool compareTable() {
             met &= check(what, rate(++seed, plan, flagged, row.series), row.atMost, row.target);
         }
     }
-    std::printf("\n  DRIFT=X, nodes drained (%%), of the newest %d runs:\n", kCompareDriftRuns);
-    std::printf("  %6s %6s %14s %14s %16s %14s\n", "noise", "X", "runs in the", "drop X,",
-                "drop 0.6 X,", "busy runs");
-    std::printf("  %6s %6s %14s %14s %16s\n", "sigma", "", "history", "8 runs after",
-                "10 runs after");
-    for (const Setting& setting : kSettings) {
-        const double x = setting.x;
-        auto drains = [x](const Series& s) { return drained(s, x); };
-        for (const int length : lengths) {
-            const double real = rate(
-                ++seed, asCompare({length - 8, {{8, -x}}, false, false, setting.sigma}), drains);
-            const double small = rate(
-                ++seed, asCompare({length - 10, {{10, -0.6 * x}}, false, false, setting.sigma}),
-                drains);
-            const double busy =
-                rate(++seed, asCompare({length, {}, false, true, setting.sigma}), drains);
-            const bool rowMet = real >= 0.90 && small <= 0.10 && busy == 0;
-            std::printf("  %5.0f%% %6.2f %14d %14.1f %16.1f %14.1f  %s\n", 100 * setting.sigma, x,
-                        length, 100 * real, 100 * small, 100 * busy,
-                        !judged(setting) ? "(X below 3 sigma)"
-                        : rowMet         ? "met"
-                                         : "MISSED");
-            met &= !judged(setting) || rowMet;
-        }
-    }
     return met;
 }
 
@@ -415,41 +390,6 @@ void compareEdgeTable() {
     }
 }
 
-// DRIFT=X at X = 3 sigma, where its targets have no margin: whether compare's newest
-// kCompareDriftRuns runs of 365 drain the same nodes as the whole history with a drop of X 8 runs
-// back. No target.
-void compareDrainTable() {
-    constexpr int kLength = 365;
-    std::printf(
-        "\nDRIFT=X at X = 3 sigma, a drop of X 8 runs back in %d weekly runs, %d series "
-        "each, drained (%%):\n  %6s %6s %16s %16s %16s\n",
-        kLength, kSeries, "sigma", "X", "whole history", "compare's runs", "only in one");
-    unsigned seed = 9100;
-    for (const Setting& setting : kSettings) {
-        if (setting.x > 3 * setting.sigma + 1e-9 || !judged(setting)) {
-            continue;
-        }
-        std::mt19937_64 random(++seed);
-        int whole = 0;
-        int seen = 0;
-        int apart = 0;
-        for (int s = 0; s < kSeries; ++s) {
-            const Series series =
-                simulate(random, {kLength - 8, {{8, -setting.x}}, false, false, setting.sigma});
-            const std::vector<DriftRun> newest(series.runs.end() - kCompareDriftRuns,
-                                               series.runs.end());
-            const bool inWhole = drained(series, setting.x);
-            const std::optional<ChangePoint> drift = currentDrift(driftSegments(newest));
-            const bool inNewest = drift && drainsOnDrift(*drift, setting.x);
-            whole += inWhole ? 1 : 0;
-            seen += inNewest ? 1 : 0;
-            apart += inWhole != inNewest ? 1 : 0;
-        }
-        std::printf("  %5.0f%% %6.2f %16.1f %16.1f %16.1f\n", 100 * setting.sigma, setting.x,
-                    100.0 * whole / kSeries, 100.0 * seen / kSeries, 100.0 * apart / kSeries);
-    }
-}
-
 }  // namespace
 
 int main() {
@@ -461,6 +401,5 @@ int main() {
     met &= driftSettingTable();
     met &= compareTable();
     compareEdgeTable();
-    compareDrainTable();
     return met ? 0 : 1;
 }
