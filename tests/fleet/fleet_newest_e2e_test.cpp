@@ -272,3 +272,40 @@ TEST_F(FleetNewest, CompareReadsBackOnlyAsFarAsItsVerdictsLook) {
 }
 
 }  // namespace
+
+// run keeps a host's records in a folder per month. compare lists a host's months newest first,
+// only as far back as it reads: an older month is not even listed. A record in the host's own
+// folder, as older versions kept them, takes its place among the months by its time; one filed
+// under another month than its name's is named. check and history list every month.
+TEST_F(FleetNewest, MonthFoldersAreListedNewestFirst) {
+    const auto at = [](int month, int hour) {
+        return QDateTime(QDate(2026, month, 1), QTime(0, 0), Qt::UTC).addSecs(3600 * hour);
+    };
+    for (int hour = 0; hour < 40; ++hour) {
+        add("m1", 100 + hour % 2, at(10, hour), 1, "EPYC 7543", "m1/2026-10");
+        add("m1", 100 + hour % 2, at(9, hour), 1, "EPYC 7543", "m1/2026-09");
+    }
+    // Were August listed, this would fail compare: it is named as a run of July.
+    const QString misplaced = write("m1", at(7, 0), 1, "{", "m1/2026-08");
+    add("m1", 150, at(10, 24 * 14), 1, "EPYC 7543");  // the newest, straight in m1's folder
+    const FleetResult compared = summarize();
+    ASSERT_EQ(compared.status, 0) << compared.err.toStdString();
+    const QString row = QString::fromUtf8(compared.out).section("\nm1,", 1).section('\n', 0, 0);
+    // test, started_at, flagged, reason, ps_result, ..., records (the 12th after the host)
+    EXPECT_EQ(row.section(',', 1, 1), "2026-10-15T00:00:00Z");
+    EXPECT_EQ(row.section(',', 4, 4), "150.000");
+    EXPECT_EQ(row.section(',', 11, 11), "60") << "the newest and 59 of the months'";
+    // check lists every month of the node, and a record misplaced in any is named.
+    const QStringList recent{"--max-age", "100d"};
+    const QByteArray misplacedNamed = (misplaced + ": named as a run of another month").toUtf8();
+    EXPECT_TRUE(check("m1", recent).out.contains("cannot decide: " + misplacedNamed));
+    EXPECT_TRUE(runFleet({"history", "m1", path("records")}).err.contains(misplacedNamed));
+    QFile::remove(misplaced);
+    EXPECT_EQ(check("m1", recent).status, 0) << check("m1", recent).out.toStdString();
+
+    const QString misfiled = path("records/m1/2026-10/m1-All-20260905T000000Z.json");
+    QFile::copy(add("m1", 100, at(9, 96), 1, "EPYC 7543", "m1/2026-09"), misfiled);
+    const FleetResult again = runFleet({"compare", path("records")});
+    EXPECT_EQ(again.status, 7);
+    EXPECT_TRUE(again.err.contains((misfiled + ": named as a run of another month").toUtf8()));
+}
