@@ -47,6 +47,12 @@ int importCommand(const QStringList& arguments) {
     if (!parseOptions(parser, arguments, &status)) {
         return status;
     }
+    QString out;
+    QString prom;
+    if (!folderOption(parser, QStringLiteral("out"), &out) ||
+        !folderOption(parser, QStringLiteral("prom"), &prom)) {
+        return kStatusUsage;
+    }
     const QStringList logs = parser.positionalArguments();
     const QString host = parser.value(QStringLiteral("host"));
     if (parser.isSet(QStringLiteral("host")) && !isValidName(host)) {
@@ -66,7 +72,6 @@ int importCommand(const QStringList& arguments) {
         printMessage(QStringLiteral("import needs at least one LOG"));
         return kStatusUsage;
     }
-    const QString out = parser.value(QStringLiteral("out"));
     QString folderError;
     if (!makeFolders(out, &folderError)) {
         printMessage(folderError);
@@ -137,7 +142,7 @@ int importCommand(const QStringList& arguments) {
         printMessage(QStringLiteral("%1: recorded %2").arg(path, target));
         imported.push_back(record);
     }
-    if (parser.isSet(QStringLiteral("prom"))) {
+    if (!prom.isEmpty()) {
         // The newest record of a test is the one its series show.
         std::stable_sort(imported.begin(), imported.end(), [](const Record& a, const Record& b) {
             return a.startedAt < b.startedAt;
@@ -149,8 +154,7 @@ int importCommand(const QStringList& arguments) {
             if (history == histories.end()) {
                 history = histories.emplace(record.host, baselineHistory(out, record.host)).first;
             }
-            if (!writePromFile(record, baselineScore(record, history->second),
-                               parser.value(QStringLiteral("prom")))) {
+            if (!writePromFile(record, baselineScore(record, history->second), prom)) {
                 return kStatusUnwritable;
             }
         }

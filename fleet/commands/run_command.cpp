@@ -297,6 +297,10 @@ int runCommand(const QStringList& arguments) {
         return kStatusUsage;
     }
     RunSettings settings;
+    if (!folderOption(parser, QStringLiteral("out"), &settings.out) ||
+        !folderOption(parser, QStringLiteral("prom"), &settings.prom)) {
+        return kStatusUsage;
+    }
     settings.arguments = parser.positionalArguments();
     settings.corebench = parser.isSet(QStringLiteral("corebench"))
                              ? parser.value(QStringLiteral("corebench"))
@@ -320,9 +324,7 @@ int runCommand(const QStringList& arguments) {
         printMessage(invalidHostMessage(origin.host));
         return kStatusUsage;
     }
-    settings.out = parser.value(QStringLiteral("out"));
     settings.folder = hostFolder(settings.out, origin.host);
-    settings.prom = parser.value(QStringLiteral("prom"));
     QString error;
     if (!makeFolders(settings.out, &error) || !makeFolders(settings.folder, &error)) {
         printMessage(error);

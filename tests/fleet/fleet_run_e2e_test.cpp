@@ -435,6 +435,13 @@ TEST(FleetProgram, StatusSaysWhetherItWasCalledWrongOrLacksInput) {
         {{"run", "--bogus"}, 2, "Unknown option"},
         {{"run", "--reruns", "11"}, 2, "--reruns takes a whole number from 0 to 10"},
         {{"run", "--pause", "-1"}, 2, "--pause one from 0 to 3600"},
+        // An unset setting on a service's command line: no folder named "" or the current one.
+        {{"run", "--out", "", "--prom", dir.path()}, 2, "--out is empty: it must name a folder"},
+        {{"import", "--prom", "", log}, 2, "--prom is empty"},
+        {{"idle", "--max-load", "1.5"}, 2, "--max-load takes a load per CPU from 0 to 1"},
+        {{"idle", "--max-load", ""}, 2, "not \"\""},
+        {{"idle", "0.1"}, 2, "idle takes no arguments"},
+        {{"idle", "--proc", dir.filePath("none")}, 8, "cannot read"},
         {{"import"}, 2, "at least one LOG"},
         {{"import", "--test", "Quick", log}, 2, "unknown test"},
         // A name that would make CSV rows, start an option or leave the folder.
