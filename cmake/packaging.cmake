@@ -25,6 +25,8 @@ string(JOIN "\n" CPACK_PACKAGE_DESCRIPTION
   "on slow, drifting and stale nodes.")
 set(CPACK_PACKAGE_FILE_NAME "${PROJECT_NAME}-${PROJECT_VERSION}-${CMAKE_SYSTEM_NAME}-${CMAKE_SYSTEM_PROCESSOR}")
 set(CPACK_STRIP_FILES ON)
+set(CPACK_PROJECT_CONFIG_FILE ${CMAKE_CURRENT_LIST_DIR}/cpack_project.cmake)
+set(CPACK_COREBENCH_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
 if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
   set(CPACK_GENERATOR DEB RPM TGZ)
 elseif(WIN32)
@@ -50,5 +52,7 @@ set(CPACK_RPM_PACKAGE_AUTOREQ ON)
 # Build-id links only help with a debuginfo package, which there is not; without them the
 # package owns no directories under /usr/lib.
 set(CPACK_RPM_SPEC_MORE_DEFINE "%define _build_id_links none")
+# systemd's folders are systemd's: the package owns its units, not the folders they go in.
+set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION /usr/lib/systemd /usr/lib/systemd/system)
 
 include(CPack)
