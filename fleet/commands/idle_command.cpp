@@ -45,7 +45,8 @@ int idleCommand(const QStringList& arguments) {
         systemNodeLoad(parser.value(QStringLiteral("proc")).toStdString(), &problem);
     const IdleVerdict verdict = idleVerdict(load, maxLoad);
     if (!verdict.idle) {
-        printMessage(QString::fromStdString(problem.empty() ? verdict.text : problem));
+        printMessage(QString::fromStdString(
+            problem.empty() ? verdict.text : "cannot tell whether the node is idle: " + problem));
         return kStatusCannotDecide;
     }
     printf("%s\n", verdict.text.c_str());
