@@ -17,6 +17,7 @@
 
 #include "linux_cpu_parse.h"
 #include "proc_cpuinfo_parse.h"
+#include "whole_file.h"
 
 namespace {
 
@@ -25,31 +26,9 @@ int fail(int error) {
     return -1;
 }
 
-// False with errno set by the failed call.
-bool readFile(const std::string& path, std::string* text) {
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-        return false;
-    }
-    text->clear();
-    char buffer[4096];
-    ssize_t n;
-    while ((n = read(fd, buffer, sizeof(buffer))) != 0) {
-        if (n > 0) {
-            text->append(buffer, static_cast<size_t>(n));
-        } else if (errno != EINTR) {
-            break;
-        }
-    }
-    const int error = errno;
-    close(fd);
-    errno = error;
-    return n == 0;
-}
-
 bool readNumber(const std::string& path, int64_t* value) {
     std::string text;
-    if (!readFile(path, &text)) {
+    if (!readWholeFile(path, &text)) {
         return false;
     }
     if (!parseSysfsDecimal(text, value)) {
@@ -137,7 +116,7 @@ bool LinuxOsQuery::allowedCpus(std::vector<int>* cpus) const {
 // A "key : value" line of a /proc file; ENODATA when the key is absent.
 bool LinuxOsQuery::readProcField(const char* file, const char* key, std::string* value) const {
     std::string text;
-    if (!readFile(path(file), &text)) {
+    if (!readWholeFile(path(file), &text)) {
         return false;
     }
     std::string_view field;
@@ -155,7 +134,7 @@ bool LinuxOsQuery::memoryBlockBytes(int64_t* bytes) const {
     const std::string root = path("/sys/devices/system/memory");
     std::string text;
     int64_t blockSize = 0;
-    if (!readFile(root + "/block_size_bytes", &text) || !parseSysfsHex(text, &blockSize)) {
+    if (!readWholeFile(root + "/block_size_bytes", &text) || !parseSysfsHex(text, &blockSize)) {
         return false;
     }
     DIR* dir = opendir(root.c_str());
@@ -165,7 +144,8 @@ bool LinuxOsQuery::memoryBlockBytes(int64_t* bytes) const {
     int64_t blocks = 0;
     while (const dirent* entry = readdir(dir)) {
         if (strncmp(entry->d_name, "memory", 6) == 0 &&
-            readFile(root + "/" + entry->d_name + "/online", &text) && isOnlineMemoryBlock(text)) {
+            readWholeFile(root + "/" + entry->d_name + "/online", &text) &&
+            isOnlineMemoryBlock(text)) {
             ++blocks;
         }
     }
@@ -184,8 +164,8 @@ int LinuxOsQuery::brandString(char* buffer, size_t size) const {
         const int error = errno;
         std::string text;
         std::vector<int> cpus;
-        if (error != ENODATA || !readFile(path("/proc/cpuinfo"), &text) || !allowedCpus(&cpus) ||
-            !describeArmCpu(text, cpus, &brand)) {
+        if (error != ENODATA || !readWholeFile(path("/proc/cpuinfo"), &text) ||
+            !allowedCpus(&cpus) || !describeArmCpu(text, cpus, &brand)) {
             return fail(error);
         }
     }
@@ -202,7 +182,7 @@ int LinuxOsQuery::brandString(char* buffer, size_t size) const {
 bool LinuxOsQuery::coreKey(int cpu, bool bySiblings, std::vector<int64_t>* key) const {
     if (bySiblings) {
         std::string text;
-        return readFile(cpuPath(cpu, "topology/thread_siblings_list"), &text) &&
+        return readWholeFile(cpuPath(cpu, "topology/thread_siblings_list"), &text) &&
                parseCpuList(text, key);
     }
     int64_t package = 0;
@@ -243,7 +223,7 @@ int LinuxOsQuery::physicalCpus(int32_t* count, const char** fallback) const {
         return 0;
     }
     std::string text;
-    if (readFile(path("/proc/cpuinfo"), &text) && countCoresInCpuinfo(text, cpus, count)) {
+    if (readWholeFile(path("/proc/cpuinfo"), &text) && countCoresInCpuinfo(text, cpus, count)) {
         *fallback = kCoresFromCpuinfo;
         return 0;
     }

@@ -4,6 +4,9 @@ std::map<HistoryKey, HostHistory> hostHistories(const std::vector<LoadedRecord>&
                                                 const DriftOptions& options) {
     std::map<HistoryKey, HostHistory> histories;
     for (const LoadedRecord& loaded : records) {
+        if (isDisturbed(loaded.record)) {
+            continue;
+        }
         histories[{loaded.record.host, loaded.record.test}].runs.push_back(
             driftRunOf(loaded.record));
     }
@@ -13,6 +16,14 @@ std::map<HistoryKey, HostHistory> hostHistories(const std::vector<LoadedRecord>&
         history.segments = driftSegments(history.runs, options);
     }
     return histories;
+}
+
+bool changedRecently(const HostHistory& history, const DriftOptions& options) {
+    if (history.segments.empty() || history.segments.back().changePoints.empty()) {
+        return false;
+    }
+    const DriftSegment& newest = history.segments.back();
+    return newest.runs - newest.changePoints.back().index <= options.window;
 }
 
 QString pValueText(double p) {
@@ -32,7 +43,7 @@ void addDrift(const std::map<HistoryKey, HostHistory>& histories, std::vector<Co
         if (found == histories.end()) {
             continue;
         }
-        row.drift = latestDrift(found->second.segments);
+        row.drift = currentDrift(found->second.segments);
         if (!row.drift || row.drift->direction != DriftDirection::Down) {
             continue;
         }

@@ -7,6 +7,7 @@
 #include <tuple>
 #include <utility>
 
+#include "record_files.h"
 #include "statistics.h"
 
 namespace {
@@ -123,6 +124,25 @@ CompareRow judgeRecord(const LoadedRecord& loaded, const GroupStats* group,
     row.logicalCpus = record.logicalCpus;
     row.cpuModel = record.cpuModel;
     row.file = loaded.file;
+    if (record.conditions) {
+        row.likelyCauses = record.conditions->likelyCauses;
+    }
+    if (group != nullptr && group->medianMhz && record.mhzCurrent &&
+        static_cast<double>(*record.mhzCurrent) < kMinClockRatio * *group->medianMhz) {
+        row.likelyCauses << QStringLiteral(
+                                "the clock under load, %1 MHz, is %2 of its group's "
+                                "median %3 MHz")
+                                .arg(*record.mhzCurrent)
+                                .arg(number(
+                                    static_cast<double>(*record.mhzCurrent) / *group->medianMhz, 2))
+                                .arg(number(*group->medianMhz, 0));
+    }
+    if (isDisturbed(record)) {
+        row.disturbed = true;
+        row.newestDisturbedAt = record.startedAt;
+        row.newestDisturbedCauses = *record.disturbed;
+        return row;
+    }
     if (group != nullptr) {
         judgeScore(*group, options, row);
     }
@@ -134,7 +154,10 @@ CompareRow judgeRecord(const LoadedRecord& loaded, const GroupStats* group,
 std::vector<CompareRow> compareRecords(const std::vector<LoadedRecord>& records,
                                        const CompareOptions& options,
                                        std::vector<GroupStats>* groups) {
-    // The newest record of each host and test stands for it; every record counts for the CV.
+    // The newest undisturbed record of each host and test stands for it (the newest when every
+    // one was disturbed); every undisturbed record counts for the CV.
+    const auto newer = [&](size_t a, size_t b) { return startedBefore(records[b], records[a]); };
+    std::map<HostTest, size_t> judged;
     std::map<HostTest, size_t> newest;
     std::map<HostTest, std::vector<double>> history;
     std::map<HostTest, int> counts;
@@ -142,27 +165,31 @@ std::vector<CompareRow> compareRecords(const std::vector<LoadedRecord>& records,
         const Record& record = records[i].record;
         const HostTest key{record.host, record.test};
         ++counts[key];
-        if (record.psResult) {
+        if (record.psResult && !isDisturbed(record)) {
             history[key].push_back(*record.psResult);
         }
-        const auto found = newest.find(key);
-        if (found == newest.end()) {
-            newest.emplace(key, i);
-            continue;
+        const auto latest = newest.emplace(key, i).first;
+        if (newer(i, latest->second)) {
+            latest->second = i;
         }
-        const LoadedRecord& current = records[found->second];
-        if (std::make_pair(record.startedAt, records[i].file) >
-            std::make_pair(current.record.startedAt, current.file)) {
+        const auto found = judged.emplace(key, i).first;
+        const bool clean = !isDisturbed(record);
+        if (clean != !isDisturbed(records[found->second].record) ? clean
+                                                                 : newer(i, found->second)) {
             found->second = i;
         }
     }
     std::map<GroupKey, std::pair<std::vector<double>, QStringList>> groupScores;
-    for (const auto& entry : newest) {
+    std::map<GroupKey, std::vector<double>> groupClocks;
+    for (const auto& entry : judged) {
         const Record& record = records[entry.second].record;
-        if (record.psResult) {
+        if (record.psResult && !isDisturbed(record)) {
             auto& group = groupScores[groupOf(record)];
             group.first.push_back(*record.psResult);
             group.second << record.host;
+            if (record.mhzCurrent) {
+                groupClocks[groupOf(record)].push_back(static_cast<double>(*record.mhzCurrent));
+            }
         }
     }
     // Each group's statistics once, however many rows share them.
@@ -170,16 +197,26 @@ std::vector<CompareRow> compareRecords(const std::vector<LoadedRecord>& records,
     for (auto& entry : groupScores) {
         GroupStats group = groupStats(entry.first, std::move(entry.second.first));
         group.members = std::move(entry.second.second);
+        const auto clocks = groupClocks.find(entry.first);
+        if (clocks != groupClocks.end()) {
+            group.medianMhz = median(clocks->second);
+        }
         stats.emplace(entry.first, std::move(group));
     }
     std::vector<std::pair<GroupKey, CompareRow>> rows;
-    rows.reserve(newest.size());
-    for (const auto& entry : newest) {
+    rows.reserve(judged.size());
+    for (const auto& entry : judged) {
         const LoadedRecord& loaded = records[entry.second];
         GroupKey group = groupOf(loaded.record);
         const auto found = stats.find(group);
         CompareRow row =
             judgeRecord(loaded, found == stats.end() ? nullptr : &found->second, options);
+        // A newer run than the one judged was disturbed.
+        const Record& latest = records[newest[entry.first]].record;
+        if (newest[entry.first] != entry.second) {
+            row.newestDisturbedAt = latest.startedAt;
+            row.newestDisturbedCauses = latest.disturbed.value_or(QStringList());
+        }
         row.records = counts[entry.first];
         row.cv = coefficientOfVariation(history[entry.first]);
         rows.emplace_back(std::move(group), std::move(row));

@@ -13,7 +13,8 @@
 namespace {
 
 const char kKind[] = "corebench-summary";
-constexpr int kSchema = 2;
+// 3 added each host's likely cause and each group's median clock.
+constexpr int kSchema = 3;
 
 QString isoTime(const QDateTime& time) {
     return time.toUTC().toString(Qt::ISODate);
@@ -64,16 +65,18 @@ class Reader {
         *out = value.toString();
         return value.isString() || fail(key, QStringLiteral("is not a string"));
     }
-    bool reason(bool flagged, QString* out) {
-        if (!string("reason", out)) {
+    bool line(const char* key, QString* out) {
+        if (!string(key, out)) {
             return false;
         }
-        if (oneLine(*out, kMaxSummaryReasonChars) != *out) {
-            return fail("reason", QStringLiteral("is not one line of at most %1 characters")
-                                      .arg(kMaxSummaryReasonChars));
-        }
-        return out->isEmpty() != flagged ||
-               fail("reason", QStringLiteral("does not agree with \"flagged\""));
+        return oneLine(*out, kMaxSummaryReasonChars) == *out ||
+               fail(key, QStringLiteral("is not one line of at most %1 characters")
+                             .arg(kMaxSummaryReasonChars));
+    }
+    bool reason(bool flagged, QString* out) {
+        return line("reason", out) &&
+               (out->isEmpty() != flagged ||
+                fail("reason", QStringLiteral("does not agree with \"flagged\"")));
     }
     bool boolean(const char* key, bool* out) {
         const QJsonValue value = object_.value(QLatin1String(key));
@@ -103,7 +106,8 @@ bool readGroup(const QJsonObject& object, Reader& read, GroupStats* group) {
     if (!read.string("cpu_model", &group->key.cpuModel) ||
         !read.number("logical_cpus", -1, kMaxCpus, &cpus) || !read.name("test", &group->key.test) ||
         !read.number("median", 0, kMaxScorePs, &median) ||
-        !read.number("mad", 0, kMaxScorePs, &group->mad, true)) {
+        !read.number("mad", 0, kMaxScorePs, &group->mad, true) ||
+        !read.number("median_mhz", 0, kMaxMhz, &group->medianMhz, true)) {
         return false;
     }
     if (*cpus != std::floor(*cpus)) {
@@ -125,7 +129,7 @@ bool readHost(Reader& read, SummaryHost* host) {
            read.time("started_at", &host->startedAt) && read.boolean("flagged", &host->flagged) &&
            read.reason(host->flagged, &host->reason) &&
            read.number("ps_result", 0, kMaxScorePs, &host->psResult, true) &&
-           read.string("file", &host->file);
+           read.string("file", &host->file) && read.line("likely_cause", &host->likelyCause);
 }
 
 // Each scored host in exactly one group of its test, and nothing else in any group.
@@ -169,11 +173,15 @@ QByteArray summaryToJson(const std::vector<CompareRow>& rows, const std::vector<
             {QStringLiteral("test"), group.key.test},
             {QStringLiteral("median"), group.median},
             {QStringLiteral("mad"), optionalNumber(group.mad)},
+            {QStringLiteral("median_mhz"), optionalNumber(group.medianMhz)},
             {QStringLiteral("members"), QJsonArray::fromStringList(group.members)},
         });
     }
     QJsonArray hostArray;
     for (const CompareRow& row : rows) {
+        if (row.disturbed) {
+            continue;
+        }
         hostArray.append(QJsonObject{
             {QStringLiteral("host"), row.host},
             {QStringLiteral("test"), row.test},
@@ -182,6 +190,8 @@ QByteArray summaryToJson(const std::vector<CompareRow>& rows, const std::vector<
             {QStringLiteral("reason"), row.reasons.join(QStringLiteral("; "))},
             {QStringLiteral("ps_result"), optionalNumber(row.psResult)},
             {QStringLiteral("file"), row.file},
+            {QStringLiteral("likely_cause"),
+             oneLine(row.likelyCauses.join(QStringLiteral("; ")), kMaxSummaryReasonChars)},
         });
     }
     const QJsonObject root{

@@ -1,8 +1,10 @@
 #pragma once
 
 // The fleet's verdict as one file, written by compare --summary and read by check: each group's
-// median, spread and members, and each host's newest record of each test with its verdict. A node
-// decides about itself from this and its own records, without reading the whole fleet.
+// median, spread and members, and each host's newest undisturbed record of each test with its
+// verdict and the likely cause of slowness its power settings show (a host whose every run was
+// disturbed has no entry). A node decides about itself from this and its own records, without
+// reading the whole fleet.
 
 #include <QByteArray>
 #include <QDateTime>
@@ -20,6 +22,7 @@ struct SummaryHost {
     QString reason;
     std::optional<double> psResult;
     QString file;
+    QString likelyCause;  // of the run judged, from its power settings; empty when none shows
 };
 
 struct FleetSummary {
@@ -41,9 +44,9 @@ QByteArray summaryToJson(const std::vector<CompareRow>& rows, const std::vector<
 // a record's; times in compare's UTC form and no later than a record's may be (kMaxFutureSecs
 // after now); scores and CPU counts within a record's limits, a group's median and spread too;
 // compare's options within their ranges; each reason one line of at most kMaxSummaryReasonChars,
-// given exactly when the host is flagged; one entry per host and test, and each group's members
-// exactly the hosts of its test that have a score. On failure returns nothing and sets error to
-// the reason.
+// given exactly when the host is flagged, each likely cause one such line; one entry per host and
+// test, and each group's members exactly the hosts of its test that have a score. On failure
+// returns nothing and sets error to the reason.
 std::optional<FleetSummary> summaryFromJson(const QByteArray& bytes, const QDateTime& now,
                                             QString* error);
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <tuple>
 #include <utility>
 
 Weighing weighNodes(const std::vector<LoadedRecord>& records, const QString& test,
@@ -13,9 +14,12 @@ Weighing weighNodes(const std::vector<LoadedRecord>& records, const QString& tes
         if (loaded.record.test.compare(test, Qt::CaseInsensitive) != 0) {
             continue;
         }
+        // An undisturbed record before any disturbed one.
         const LoadedRecord*& current = newest[loaded.record.host];
-        if (current == nullptr || std::make_pair(loaded.record.startedAt, loaded.file) >
-                                      std::make_pair(current->record.startedAt, current->file)) {
+        if (current == nullptr ||
+            std::make_tuple(!isDisturbed(loaded.record), loaded.record.startedAt, loaded.file) >
+                std::make_tuple(!isDisturbed(current->record), current->record.startedAt,
+                                current->file)) {
             current = &loaded;
         }
     }
@@ -24,6 +28,8 @@ Weighing weighNodes(const std::vector<LoadedRecord>& records, const QString& tes
     for (const auto& [host, loaded] : newest) {
         if (nodes && !nodes->contains(host)) {
             weighing.skipped << host + QStringLiteral(": not in the node list");
+        } else if (isDisturbed(loaded->record)) {
+            weighing.skipped << host + QStringLiteral(": every run of it was disturbed");
         } else if (!loaded->record.psResult) {
             weighing.skipped << host + QStringLiteral(": its record has no score");
         } else {

@@ -28,10 +28,10 @@ struct Weighing {
     QStringList skipped;            // "<host>: <why>", by name
 };
 
-// Weighs each host by its newest record of test, whatever the case of the test's name: the
-// fastest 100, a node half as fast 200, rounded, reckoned in whole thousandths of a PS (exact
+// Weighs each host by its newest undisturbed record of test, whatever the case of the test's name:
+// the fastest 100, a node half as fast 200, rounded, reckoned in whole thousandths of a PS (exact
 // integers), at most 65533 (a score of 0 gets that). Skips hosts whose newest record has no
-// score, and with nodes, hosts that are not among them, which then neither get a weight nor set
-// the scale.
+// score or whose every record was disturbed, and with nodes, hosts that are not among them, which
+// then neither get a weight nor set the scale.
 Weighing weighNodes(const std::vector<LoadedRecord>& records, const QString& test,
                     const std::optional<QSet<QString>>& nodes);

@@ -9,6 +9,7 @@
 #include "record_files.h"
 #include "record_names.h"
 #include "safe_file.h"
+#include "test_names.h"
 #include "writer_trust.h"
 
 namespace {
@@ -33,7 +34,7 @@ int checkCommand(const QStringList& arguments) {
         QStringLiteral(
             "Decides about one node from the fleet's summary and the node's own "
             "records; prints one line. It decides only on files and folders that root and the "
-            "writer alone could write.\n") +
+            "writer alone could write, and never on a disturbed run.\n") +
         exitStatusHelp({kStatusOk, kStatusFlagged, kStatusUsage, kStatusCannotDecide}));
     parser.addOptions({
         {QStringLiteral("summary"), QStringLiteral("The summary compare --summary wrote."),
@@ -41,13 +42,16 @@ int checkCommand(const QStringList& arguments) {
         {QStringLiteral("host"), QStringLiteral("The node's host name in the records."),
          QStringLiteral("HOST")},
         {QStringLiteral("test"), QStringLiteral("The corebench test."), QStringLiteral("TEST")},
-        {QStringLiteral("floor"), QStringLiteral("Drain below this score."), QStringLiteral("PS")},
+        {QStringLiteral("floor"), QStringLiteral("Drain below this score (0: no floor)."),
+         QStringLiteral("PS")},
         {QStringLiteral("max-age"),
-         QStringLiteral("Drain when the newest record is older (3600, 90m, 36h, 8d), or missing."),
+         QStringLiteral("Drain when the newest record is older (3600, 90m, 36h, 8d), or missing "
+                        "(0: no limit)."),
          QStringLiteral("AGE")},
         {QStringLiteral("drift"),
-         QStringLiteral("Drain when the node's own scores dropped by at least this fraction since "
-                        "its configuration last changed (0.05 is 5 %)."),
+         QStringLiteral("Drain when the node's own scores dropped by this fraction since its "
+                        "configuration last changed (0.06 is 6 %): a drop measured at 0.8 of it "
+                        "or more, in 5 runs or more, three quarters of them half of it low."),
          QStringLiteral("FRACTION")},
         {QStringLiteral("writer"),
          QStringLiteral("The user besides root who writes the records and the summary (default: "
@@ -61,49 +65,61 @@ int checkCommand(const QStringList& arguments) {
     }
     CheckRequest request;
     request.host = parser.value(QStringLiteral("host"));
-    request.test = parser.value(QStringLiteral("test"));
+    const QString test = parser.value(QStringLiteral("test"));
     const QString summaryPath = parser.value(QStringLiteral("summary"));
-    if (summaryPath.isEmpty() || request.host.isEmpty() || request.test.isEmpty() ||
+    if (summaryPath.isEmpty() || request.host.isEmpty() || test.isEmpty() ||
         parser.positionalArguments().size() != 1) {
         printMessage(
             QStringLiteral("check needs --summary, --host, --test and one RECORDS folder"));
         return kStatusUsage;
     }
-    if (!isValidName(request.host) || !isValidName(request.test)) {
-        printMessage(QStringLiteral("--host and --test take names of letters, digits, '.', '_' "
-                                    "and '-', not \"%1\" and \"%2\"")
-                         .arg(request.host, request.test));
+    if (!isValidName(request.host)) {
+        printMessage(invalidHostMessage(request.host));
         return kStatusUsage;
     }
+    // As corebench takes it: "all" is All, and a name it does not know is no test at all.
+    request.test = canonicalTestName(test);
+    if (request.test.isEmpty()) {
+        printMessage(QStringLiteral("unknown test \"%1\"").arg(test));
+        return kStatusUsage;
+    }
+    // A limit of 0, however it is written, is no limit.
     if (parser.isSet(QStringLiteral("floor"))) {
         bool ok = false;
         const double floor = parser.value(QStringLiteral("floor")).toDouble(&ok);
-        if (!ok || !(floor > 0.0 && floor <= kMaxFloorPs)) {
-            printMessage(QStringLiteral("--floor must be a number of PS above 0, at most %1")
+        if (!ok || !(floor >= 0.0 && floor <= kMaxFloorPs)) {
+            printMessage(QStringLiteral("--floor must be a number of PS from 0 (none) to %1")
                              .arg(kMaxFloorPs, 0, 'f', 0));
             return kStatusUsage;
         }
-        request.floorPs = floor;
+        if (floor > 0.0) {
+            request.floorPs = floor;
+        }
     }
     if (parser.isSet(QStringLiteral("max-age"))) {
         request.maxAgeText = parser.value(QStringLiteral("max-age"));
         request.maxAgeS = parseAge(request.maxAgeText);
         if (!request.maxAgeS) {
-            printMessage(QStringLiteral("--max-age must look like 3600, 90m, 36h or 8d, from 1 s "
-                                        "to 3650d, not \"%1\"")
+            printMessage(QStringLiteral("--max-age must look like 3600, 90m, 36h or 8d, from 0 "
+                                        "(none) to 3650d, not \"%1\"")
                              .arg(request.maxAgeText));
             return kStatusUsage;
+        }
+        if (*request.maxAgeS == 0) {
+            request.maxAgeS.reset();
         }
     }
     if (parser.isSet(QStringLiteral("drift"))) {
         bool ok = false;
         const double drift = parser.value(QStringLiteral("drift")).toDouble(&ok);
-        if (!ok || !(drift > 0.0 && drift < 1.0)) {
-            printMessage(
-                QStringLiteral("--drift must be a fraction above 0 and below 1, such as 0.05"));
+        if (!ok || !(drift >= 0.0 && drift < 1.0)) {
+            printMessage(QStringLiteral(
+                "--drift must be a fraction from 0 (none) to below 1, such as 0.05"));
             return kStatusUsage;
         }
-        request.driftFraction = drift;
+        if (drift > 0.0) {
+            request.driftFraction = drift;
+        }
     }
     QString error;
     const std::optional<WriterTrust> trust =
@@ -151,10 +167,12 @@ int checkCommand(const QStringList& arguments) {
     if (!doubt.isEmpty()) {
         return cannotDecide(QStringLiteral("summary %1: %2").arg(summaryPath, doubt));
     }
-    QStringList problems;
-    const QStringList files = hostRecordPaths(records, request.host, &problems);
-    RecordLoad load = loadRecords(files, request.now, &*trust);
-    load.problems = problems + load.problems;
+    // The node's records newest first, only as far back as the verdict needs.
+    const RecordLoad load =
+        loadNewestRecords(records, request.host, request.test, request.now, &*trust,
+                          [&request](const std::vector<LoadedRecord>& newestFirst) {
+                              return needsOlderRecords(newestFirst, request);
+                          });
     if (!load.problems.isEmpty()) {
         return cannotDecide(load.problems.size() == 1 ? load.problems.front()
                                                       : QStringLiteral("%1 (and %2 more)")
@@ -164,5 +182,7 @@ int checkCommand(const QStringList& arguments) {
     const NodeVerdict verdict = decideNode(*summary, load.records, request);
     printf("%s\n", qPrintable(verdict.line));
     fflush(stdout);
-    return verdict.verdict == Verdict::Drain ? kStatusFlagged : kStatusOk;
+    return verdict.verdict == Verdict::Drain          ? kStatusFlagged
+           : verdict.verdict == Verdict::CannotDecide ? kStatusCannotDecide
+                                                      : kStatusOk;
 }

@@ -75,9 +75,12 @@ int compareCommand(const QStringList& arguments) {
         printMessage(QStringLiteral("--summary needs one PATH, the records folder"));
         return kStatusUsage;
     }
-    const RecordLoad load = loadRecords(parser.positionalArguments());
-    for (const QString& problem : load.problems) {
-        printMessage(problem);
+    // The summary this run replaces may lie among the records it reads: it is no record.
+    const RecordLoad load =
+        loadRecords(parser.positionalArguments(), QDateTime::currentDateTimeUtc(), nullptr,
+                    summaryPath.isEmpty() ? QStringList() : QStringList{summaryPath});
+    for (const QString& message : load.problems + load.notes) {
+        printMessage(message);
     }
     if (load.records.empty() && load.problems.isEmpty()) {
         printMessage(QStringLiteral("no records found in %1")

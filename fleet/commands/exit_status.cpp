@@ -23,8 +23,8 @@ const StatusMeaning kMeanings[] = {
      "compare, history: a record unreadable or invalid (each named, the others "
      "still count), or none"},
     {kStatusCannotDecide,
-     "check: cannot decide, its evidence is missing or cannot be read; "
-     "nothing to change"},
+     "check: cannot decide, its evidence is missing or cannot be read, or the node's newest "
+     "runs were disturbed; nothing to change"},
 };
 
 }  // namespace

@@ -15,7 +15,7 @@ enum FleetStatus {
     kStatusUnparsed = 5,
     kStatusUnwritable = 6,
     kStatusBadInput = 7,      // records that cannot be read or are invalid, or none to read
-    kStatusCannotDecide = 8,  // check: its evidence is missing or cannot be read; nothing to change
+    kStatusCannotDecide = 8,  // check: its evidence is missing, unreadable or disturbed; no change
 };
 
 // The statuses with their meanings, one line each, for --help; every status when none is named.

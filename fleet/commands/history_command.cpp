@@ -6,6 +6,7 @@
 #include "fleet_commands.h"
 #include "history_format.h"
 #include "record_files.h"
+#include "test_names.h"
 
 namespace {
 
@@ -41,10 +42,15 @@ int historyCommand(const QStringList& arguments) {
     }
     const QString host = positional.front();
     const bool oneTest = parser.isSet(QStringLiteral("test"));
-    const QString test = parser.value(QStringLiteral("test"));
+    const QString test = canonicalTestName(parser.value(QStringLiteral("test")));
+    if (oneTest && test.isEmpty()) {
+        printMessage(
+            QStringLiteral("unknown test \"%1\"").arg(parser.value(QStringLiteral("test"))));
+        return kStatusUsage;
+    }
     const RecordLoad load = loadRecords(positional.mid(1));
-    for (const QString& problem : load.problems) {
-        printMessage(problem);
+    for (const QString& message : load.problems + load.notes) {
+        printMessage(message);
     }
     std::vector<LoadedRecord> mine;
     for (const LoadedRecord& loaded : load.records) {

@@ -5,13 +5,12 @@
 #include <map>
 #include <vector>
 
-#include "baseline.h"
 #include "command_options.h"
 #include "fleet_commands.h"
 #include "log_parser.h"
 #include "prom_file.h"
+#include "record_files.h"
 #include "record_from_log.h"
-#include "record_json.h"
 #include "record_names.h"
 #include "safe_file.h"
 #include "test_names.h"
@@ -112,13 +111,22 @@ int importCommand(const QStringList& arguments) {
         if (!warning.isEmpty()) {
             printMessage(QStringLiteral("%1: %2").arg(path, warning));
         }
+        // What a reader would refuse is not written: the node would never be judged again.
+        const std::optional<QByteArray> recordBytes =
+            recordFileBytes(record, QDateTime::currentDateTimeUtc(), &error);
+        if (!recordBytes) {
+            printMessage(QStringLiteral("%1: no record written, as a reader would refuse it: %2")
+                             .arg(path, error));
+            status = std::max<int>(status, kStatusUsage);
+            continue;
+        }
         const QString folder = hostFolder(out, record.host);
         const QString target =
             makeFolders(folder, &error)
                 ? publishNewFile(QDir(folder).filePath(
                                      recordBaseName(record.host, record.test, record.startedAt) +
                                      QStringLiteral(".json")),
-                                 recordToBytes(record), &error)
+                                 *recordBytes, &error)
                 : QString();
         if (target.isEmpty()) {
             printMessage(error);
@@ -140,8 +148,7 @@ int importCommand(const QStringList& arguments) {
             if (history == histories.end()) {
                 history = histories.emplace(record.host, baselineHistory(out, record.host)).first;
             }
-            if (!writePromFile(record, baselineScore(record, history->second),
-                               parser.value(QStringLiteral("prom")))) {
+            if (!writePromFile(record, history->second, parser.value(QStringLiteral("prom")))) {
                 return kStatusUnwritable;
             }
         }

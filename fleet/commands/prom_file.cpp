@@ -3,6 +3,7 @@
 #include <QDir>
 #include <QFileInfo>
 
+#include "baseline.h"
 #include "command_options.h"
 #include "prom_export.h"
 #include "record.h"
@@ -19,10 +20,9 @@ constexpr qint64 kMaxPromBytes = 16 << 20;
 }  // namespace
 
 std::vector<Record> baselineHistory(const QString& records, const QString& host) {
-    QStringList problems;
-    RecordLoad load = loadRecords(hostRecordPaths(records, host, &problems));
+    RecordLoad load = loadHostRecords(records, host);
     // The record is written already: what stands in the way of its baseline is said, not fatal.
-    for (const QString& problem : problems + load.problems) {
+    for (const QString& problem : load.problems) {
         printMessage(QStringLiteral("left out of the baseline: %1").arg(problem));
     }
     std::vector<Record> history;
@@ -32,7 +32,8 @@ std::vector<Record> baselineHistory(const QString& records, const QString& host)
     return history;
 }
 
-bool writePromFile(const Record& record, std::optional<double> baseline, const QString& promDir) {
+bool writePromFile(const Record& record, const std::vector<Record>& history,
+                   const QString& promDir) {
     QString error;
     if (!makeFolders(promDir, &error)) {
         printMessage(error);
@@ -53,7 +54,9 @@ bool writePromFile(const Record& record, std::optional<double> baseline, const Q
         printMessage(QStringLiteral("%1: %2").arg(path, error));
         return false;
     }
-    if (!replaceFile(path, promText(record, baseline, before.value_or(QByteArray())), &error)) {
+    const QByteArray text = promText(record, baselineScore(record, history),
+                                     before.value_or(QByteArray()), driftRatio(record, history));
+    if (!replaceFile(path, text, &error)) {
         printMessage(error);
         return false;
     }

@@ -13,27 +13,9 @@
 #include <cstring>
 
 #include "proc_parse.h"
+#include "whole_file.h"
 
 namespace {
-
-bool readFile(const std::string& path, std::string* text) {
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-        return false;
-    }
-    text->clear();
-    char buffer[4096];
-    ssize_t n;
-    while ((n = read(fd, buffer, sizeof(buffer))) != 0) {
-        if (n > 0) {
-            text->append(buffer, static_cast<size_t>(n));
-        } else if (errno != EINTR) {
-            break;
-        }
-    }
-    close(fd);
-    return n == 0;
-}
 
 // The thread ids in a task folder, in order.
 std::vector<int64_t> taskIds(const std::string& folder) {
@@ -76,14 +58,16 @@ std::string LinuxConditionsProbe::path(const std::string& file) const {
 MachineSnapshot LinuxConditionsProbe::machine() const {
     MachineSnapshot machine;
     std::string text;
-    if (!readFile(path("/proc/stat"), &text) || !parseProcStat(text, ticksPerSecond_, &machine)) {
+    if (!readWholeFile(path("/proc/stat"), &text) ||
+        !parseProcStat(text, ticksPerSecond_, &machine)) {
         machine = MachineSnapshot{};
     }
-    if (readFile(path("/proc/loadavg"), &text)) {
+    if (readWholeFile(path("/proc/loadavg"), &text)) {
         machine.load1 = parseLoadAverage(text);
     }
     std::optional<PidStat> self;
-    if (readFile(path("/proc/self/stat"), &text) && (self = parsePidStat(text, ticksPerSecond_))) {
+    if (readWholeFile(path("/proc/self/stat"), &text) &&
+        (self = parsePidStat(text, ticksPerSecond_))) {
         machine.endedChildrenCpuS = self->endedChildrenCpuS;
     }
     return machine;
@@ -94,7 +78,7 @@ std::optional<ProcessSnapshot> LinuxConditionsProbe::process() {
     ProcessSnapshot process;
     std::string text;
     std::optional<PidStat> stat;
-    if (!readFile(folder + "/stat", &text) || !(stat = parsePidStat(text, ticksPerSecond_)) ||
+    if (!readWholeFile(folder + "/stat", &text) || !(stat = parsePidStat(text, ticksPerSecond_)) ||
         stat->state == 'Z' || (startTicks_ && *startTicks_ != stat->startTicks)) {
         return std::nullopt;
     }
@@ -105,11 +89,12 @@ std::optional<ProcessSnapshot> LinuxConditionsProbe::process() {
         // the kernel keeps no scheduler figures; when neither, the thread has ended.
         const std::string task = folder + "/task/" + std::to_string(id);
         std::optional<std::pair<double, double>> schedstat;
-        if (readFile(task + "/schedstat", &text)) {
+        if (readWholeFile(task + "/schedstat", &text)) {
             schedstat = parseSchedstat(text);
         }
         std::optional<PidStat> taskStat;
-        if (!readFile(task + "/stat", &text) || !(taskStat = parsePidStat(text, ticksPerSecond_))) {
+        if (!readWholeFile(task + "/stat", &text) ||
+            !(taskStat = parsePidStat(text, ticksPerSecond_))) {
             continue;
         }
         TaskTimes times;
@@ -121,7 +106,7 @@ std::optional<ProcessSnapshot> LinuxConditionsProbe::process() {
         }
         process.tasks.push_back(times);
     }
-    if (readFile(folder + "/status", &text)) {
+    if (readWholeFile(folder + "/status", &text)) {
         process.allowedCpus = parseAllowedCpus(text);
     }
     return process;

@@ -34,10 +34,25 @@ QString startedText(const CompareRow& row) {
     return row.startedAt.toUTC().toString(Qt::ISODate);
 }
 
-// The drift columns come after all the others, so that readers of the older columns by position
-// still find them.
+// The drift columns come after all the others, then the conditions', so that readers of the older
+// columns by position still find them.
 const char* const kDriftColumns[] = {"drift_at", "drift_median_before", "drift_median_after",
                                      "drift_ratio", "drift_p"};
+const char* const kConditionColumns[] = {"newest_disturbed", "likely_cause"};
+
+// "2026-11-23T03:00:00Z: other work used 0.93 of the worker's CPU" when the host's newest run was
+// disturbed.
+QString newestDisturbedText(const CompareRow& row) {
+    return row.newestDisturbedAt
+               ? (*row.newestDisturbedAt).toUTC().toString(Qt::ISODate) + QStringLiteral(": ") +
+                     row.newestDisturbedCauses.join(QStringLiteral("; "))
+               : QString();
+}
+
+// The likely cause is given for a flagged node: what may make it slow.
+QStringList shownLikelyCauses(const CompareRow& row) {
+    return row.flagged ? row.likelyCauses : QStringList();
+}
 
 QStringList driftFields(const CompareRow& row) {
     if (!row.drift) {
@@ -60,7 +75,8 @@ QStringList rowFields(const CompareRow& row) {
     fields << QString::number(row.records)
            << (row.logicalCpus ? QString::number(*row.logicalCpus) : QString())
            << row.cpuModel.value_or(QString()) << row.file;
-    fields << driftFields(row);
+    fields << driftFields(row) << newestDisturbedText(row)
+           << shownLikelyCauses(row).join(QStringLiteral("; "));
     return fields;
 }
 
@@ -71,7 +87,7 @@ double rounded(double value, int decimals) {
 
 // host,test,started_at,flagged,reason,ps_result,group_median,ratio,robust_z,min_thread_ps,
 // median_thread_ps,cv,records,logical_cpus,cpu_model,file, then drift_at,drift_median_before,
-// drift_median_after,drift_ratio,drift_p
+// drift_median_after,drift_ratio,drift_p, then newest_disturbed,likely_cause
 QStringList compareColumns() {
     QStringList columns{QStringLiteral("host"), QStringLiteral("test"),
                         QStringLiteral("started_at"), QStringLiteral("flagged"),
@@ -82,6 +98,9 @@ QStringList compareColumns() {
     columns << QStringLiteral("records") << QStringLiteral("logical_cpus")
             << QStringLiteral("cpu_model") << QStringLiteral("file");
     for (const char* name : kDriftColumns) {
+        columns << QLatin1String(name);
+    }
+    for (const char* name : kConditionColumns) {
         columns << QLatin1String(name);
     }
     return columns;
@@ -168,6 +187,16 @@ QByteArray formatCompareJson(const std::vector<CompareRow>& rows) {
                                                                ? QJsonValue(drift[i])
                                                                : QJsonValue(drift[i].toDouble()));
         }
+        object.insert(
+            QStringLiteral("newest_disturbed"),
+            row.newestDisturbedAt
+                ? QJsonValue(QJsonObject{{QStringLiteral("started_at"),
+                                          row.newestDisturbedAt->toUTC().toString(Qt::ISODate)},
+                                         {QStringLiteral("causes"),
+                                          QJsonArray::fromStringList(row.newestDisturbedCauses)}})
+                : QJsonValue());
+        object.insert(QStringLiteral("likely_causes"),
+                      QJsonArray::fromStringList(shownLikelyCauses(row)));
         array.append(object);
     }
     QJsonObject root;

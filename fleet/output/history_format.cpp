@@ -23,8 +23,20 @@ bool scored(const Record& record) {
     return record.psResult && isUsableScore(*record.psResult);
 }
 
+// A run of the series that drift detection looks at: scored, and not disturbed.
+bool inSeries(const Record& record) {
+    return scored(record) && !isDisturbed(record);
+}
+
+// "no" for a clean run, the causes for a disturbed one, "" where it is unknown.
+QString disturbedText(const Record& record) {
+    return !record.disturbed             ? QString()
+           : record.disturbed->isEmpty() ? QStringLiteral("no")
+                                         : record.disturbed->join(QStringLiteral("; "));
+}
+
 // The host's runs of one test in start order, each with its segment and change point. The runs
-// are ordered as hostHistories orders them, so that the n-th scored run is its n-th run.
+// are ordered as hostHistories orders them, so that the n-th run of the series is its n-th run.
 std::vector<HistoryLine> historyLines(std::vector<const LoadedRecord*> runs,
                                       const HostHistory& history) {
     std::stable_sort(runs.begin(), runs.end(), [](const LoadedRecord* a, const LoadedRecord* b) {
@@ -36,7 +48,7 @@ std::vector<HistoryLine> historyLines(std::vector<const LoadedRecord*> runs,
     for (const LoadedRecord* loaded : runs) {
         HistoryLine line;
         line.loaded = loaded;
-        if (scored(loaded->record) && segment < history.segments.size()) {
+        if (inSeries(loaded->record) && segment < history.segments.size()) {
             while (index >= history.segments[segment].firstRun + history.segments[segment].runs) {
                 ++segment;
             }
@@ -80,10 +92,15 @@ QString scoreText(const Record& record) {
 
 QString tableText(const QString& test, const HostHistory& history,
                   const std::vector<HistoryLine>& lines) {
+    const auto disturbed = std::count_if(lines.begin(), lines.end(), [](const HistoryLine& line) {
+        return isDisturbed(line.loaded->record);
+    });
     QString text =
-        QStringLiteral("%1: %2 runs, %3 with a score, %4 segment(s)\n")
+        QStringLiteral("%1: %2 runs, %3 with a score%5, %4 segment(s)\n")
             .arg(terminalText(test), QString::number(lines.size()),
-                 QString::number(history.runs.size()), QString::number(history.segments.size()));
+                 QString::number(history.runs.size()), QString::number(history.segments.size()),
+                 disturbed > 0 ? QStringLiteral(", %1 disturbed (left out)").arg(disturbed)
+                               : QString());
     text += QStringLiteral("  started_at              ps_result  segment  source  note\n");
     for (const HistoryLine& line : lines) {
         const Record& record = line.loaded->record;
@@ -99,6 +116,8 @@ QString tableText(const QString& test, const HostHistory& history,
         }
         if (!scored(record)) {
             note = QStringLiteral("no score");
+        } else if (isDisturbed(record)) {
+            note = QStringLiteral("disturbed: ") + terminalText(disturbedText(record));
         }
         text += QStringLiteral("  %1  %2  %3  %4  %5")
                     .arg(timeText(record.startedAt).leftJustified(20),
@@ -115,7 +134,7 @@ QString tableText(const QString& test, const HostHistory& history,
 
 const char kCsvColumns[] =
     "host,test,started_at,ps_result,segment,change_median_before,change_median_after,"
-    "change_ratio,change_p,cpu_model,logical_cpus,corebench_sha256,source,file\n";
+    "change_ratio,change_p,cpu_model,logical_cpus,corebench_sha256,source,file,disturbed\n";
 
 QString csvLines(const std::vector<HistoryLine>& lines) {
     QString text;
@@ -135,7 +154,8 @@ QString csvLines(const std::vector<HistoryLine>& lines) {
                            record.logicalCpus ? QString::number(*record.logicalCpus) : QString(),
                            record.corebenchSha256.value_or(QString()),
                            record.source,
-                           line.loaded->file};
+                           line.loaded->file,
+                           disturbedText(record)};
         for (QString& field : fields) {
             field = csvField(field);
         }
@@ -184,7 +204,10 @@ QJsonObject jsonTest(const QString& test, const HostHistory& history,
             {QStringLiteral("segment"), line.segment ? QJsonValue(line.segment) : QJsonValue()},
             {QStringLiteral("change"), line.change != nullptr},
             {QStringLiteral("source"), record.source},
-            {QStringLiteral("file"), line.loaded->file}});
+            {QStringLiteral("file"), line.loaded->file},
+            {QStringLiteral("disturbed"),
+             record.disturbed ? QJsonValue(QJsonArray::fromStringList(*record.disturbed))
+                              : QJsonValue()}});
     }
     return QJsonObject{{QStringLiteral("test"), test},
                        {QStringLiteral("segments"), segments},

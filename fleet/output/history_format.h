@@ -1,7 +1,8 @@
 #pragma once
 
 // One host's history for people (a table per test) and for scripts (CSV, JSON): each test's runs
-// in start order with the segments of one configuration and the change points in each.
+// in start order with the segments of one configuration and the change points in each; disturbed
+// runs are listed with their causes, outside the series.
 
 #include <QByteArray>
 #include <QString>

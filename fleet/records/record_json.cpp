@@ -6,7 +6,9 @@
 #include <QJsonValue>
 #include <cmath>
 
+#include "record_conditions.h"
 #include "record_names.h"
+#include "test_names.h"
 
 namespace {
 
@@ -160,7 +162,7 @@ QJsonObject recordToJson(const Record& record) {
         threadPs.append(ps);
     }
     QJsonObject object;
-    object.insert(QStringLiteral("schema"), 1);
+    object.insert(QStringLiteral("schema"), 2);
     object.insert(QStringLiteral("host"), record.host);
     object.insert(QStringLiteral("test"), record.test);
     object.insert(QStringLiteral("started_at"), record.startedAt.toUTC().toString(Qt::ISODate));
@@ -181,6 +183,8 @@ QJsonObject recordToJson(const Record& record) {
     object.insert(QStringLiteral("errors"), QJsonArray::fromStringList(record.errors));
     object.insert(QStringLiteral("corebench_sha256"), orNull(record.corebenchSha256));
     object.insert(QStringLiteral("source"), record.source);
+    object.insert(QStringLiteral("conditions"), conditionsToJson(record.conditions));
+    object.insert(QStringLiteral("disturbed"), disturbedToJson(record.disturbed));
     return object;
 }
 
@@ -210,9 +214,17 @@ std::optional<Record> recordFromJson(const QByteArray& bytes, QString* error) {
             return std::nullopt;
         }
     }
-    if (object.value(QStringLiteral("schema")) != QJsonValue(1)) {
-        *error = QStringLiteral("\"schema\" is not 1");
+    // Schema 2 added the conditions of the run, which a schema-1 record does not know.
+    const QJsonValue schema = object.value(QStringLiteral("schema"));
+    if (schema != QJsonValue(1) && schema != QJsonValue(2)) {
+        *error = QStringLiteral("\"schema\" is not 1 or 2");
         return std::nullopt;
+    }
+    for (const char* key : {"conditions", "disturbed"}) {
+        if (schema == QJsonValue(2) && !object.contains(QLatin1String(key))) {
+            *error = QStringLiteral("key \"%1\" is missing").arg(QLatin1String(key));
+            return std::nullopt;
+        }
     }
     Record record;
     Reader read(object, error);
@@ -234,15 +246,26 @@ std::optional<Record> recordFromJson(const QByteArray& bytes, QString* error) {
         !read.optionalInteger("mhz_max", &record.mhzMax, 0, kMaxMhz) ||
         !read.optionalInteger("ram_gib", &record.ramGib, 0, kMaxRamGib) ||
         !read.optionalString("os", &record.os) || !read.strings("errors", &record.errors) ||
-        !read.optionalString("corebench_sha256", &record.corebenchSha256)) {
+        !read.optionalString("corebench_sha256", &record.corebenchSha256) ||
+        !conditionsFromJson(object.value(QStringLiteral("conditions")), &record.conditions,
+                            error) ||
+        !disturbedFromJson(object.value(QStringLiteral("disturbed")), &record.disturbed, error)) {
         return std::nullopt;
     }
-    record.startedAt = QDateTime::fromString(startedAt, Qt::ISODate);
-    if (!record.startedAt.isValid()) {
-        *error = QStringLiteral("\"started_at\" is not an ISO 8601 time: %1").arg(startedAt);
+    // Only the form records are written in: a time without a zone would be read in the reader's.
+    const std::optional<QDateTime> utc = utcTimeFromText(startedAt);
+    if (!utc) {
+        *error = QStringLiteral("\"started_at\" is not a UTC time such as 2026-11-23T17:29:41Z");
         return std::nullopt;
     }
-    record.startedAt = record.startedAt.toUTC();
+    record.startedAt = *utc;
+    // One test has one name, whatever the case it was written in.
+    const QString test = canonicalTestName(record.test);
+    if (test.isEmpty()) {
+        *error = QStringLiteral("\"test\" is not one of corebench's tests");
+        return std::nullopt;
+    }
+    record.test = test;
     if (threads.value_or(-1) != record.threadPs.size()) {
         *error = QStringLiteral("\"threads\" does not match the length of \"thread_ps\"");
         return std::nullopt;

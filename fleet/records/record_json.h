@@ -1,6 +1,7 @@
 #pragma once
 
-// The JSON form of a record: schema 1, every key present, null for what is not known.
+// The JSON form of a record: schema 2, every key present, null for what is not known; schema 1
+// (without "conditions" and "disturbed") is read too.
 
 #include <QByteArray>
 #include <QString>

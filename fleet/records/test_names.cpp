@@ -13,6 +13,10 @@ namespace {
 const TestEntry* testNamed(const QString& name) {
     FixedString<100> word;
     word.assign(name.toLatin1().constData());
+    // A name the word does not hold whole (too long, a NUL in it, not Latin-1) names no test.
+    if (QString::fromLatin1(word.text) != name) {
+        return nullptr;
+    }
     return findTest(word);
 }
 

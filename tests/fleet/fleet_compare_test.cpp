@@ -4,10 +4,14 @@
 
 #include <gtest/gtest.h>
 
+#include <QRegularExpression>
+
+#include "compare_drift.h"
 #include "compare_format.h"
 #include "fleet_summary.h"
 #include "fleet_test_support.h"
 #include "node_verdict.h"
+#include "node_weights.h"
 
 namespace {
 
@@ -23,6 +27,23 @@ LoadedRecord node(const QString& host, double ps, const QString& model = "EPYC 7
     r.cpuModel = model;
     r.logicalCpus = 2;
     loaded.file = QStringLiteral("/records/%1-%2.json").arg(host).arg(day);
+    return loaded;
+}
+
+// node's record, disturbed by a busy loop beside the benchmark.
+LoadedRecord disturbedNode(const QString& host, double ps, int day) {
+    LoadedRecord loaded = node(host, ps, "EPYC 7543", day);
+    loaded.record.disturbed = QStringList{"other work used 0.52 of the worker's CPU"};
+    return loaded;
+}
+
+// node's record of a run whose power settings held the clock down.
+LoadedRecord powersaveNode(const QString& host, double ps) {
+    LoadedRecord loaded = node(host, ps);
+    loaded.record.conditions = RecordConditions();
+    loaded.record.conditions->likelyCauses << "governor powersave holds the clock at its lowest "
+                                              "on CPUs 0-1";
+    loaded.record.disturbed = QStringList();
     return loaded;
 }
 
@@ -116,6 +137,81 @@ TEST(FleetCompare, NewestRecordPerHostAndTestAndItsVariation) {
     EXPECT_DOUBLE_EQ(*rowOf(rows, "a", "SingleSpeed").psResult, 10.0);
 }
 
+// A disturbed run is shown, not judged: the host is judged on its newest undisturbed run, the
+// group and the drift go without disturbed runs, a flagged node comes with its likely cause.
+TEST(FleetCompare, JudgesTheNewestUndisturbedRunAndShowsTheNewest) {
+    std::vector<LoadedRecord> records{node("a", 100.0),
+                                      node("b", 101.0),
+                                      node("c", 99.0),
+                                      node("busy", 100.5),
+                                      disturbedNode("busy", 50.0, 2),
+                                      disturbedNode("onlybusy", 40.0, 2),
+                                      powersaveNode("slow", 80)};
+    // drifty: 40 runs at 100, then 5 disturbed at 50.
+    for (int i = 0; i < 45; ++i) {
+        records.push_back(i < 40 ? node("drifty", 100 + (i % 2 ? 0.5 : -0.5))
+                                 : disturbedNode("drifty", 50, 1));
+        records.back().record.startedAt = records.back().record.startedAt.addSecs(3600 * i);
+    }
+    std::vector<GroupStats> groups;
+    std::vector<CompareRow> rows = compareRecords(records, CompareOptions(), &groups);
+    addDrift(hostHistories(records), &rows);
+    ASSERT_EQ(groups.size(), 1u);
+    EXPECT_EQ(groups[0].members.size(), 6);      // not onlybusy
+    EXPECT_DOUBLE_EQ(groups[0].median, 100.25);  // 89.5 with the disturbed scores
+    const CompareRow& busy = rowOf(rows, "busy");
+    EXPECT_EQ(busy.psResult, 100.5);
+    EXPECT_FALSE(busy.flagged);
+    EXPECT_FALSE(busy.disturbed);
+    EXPECT_EQ(busy.records, 2);
+    EXPECT_FALSE(busy.cv) << "a disturbed score is no variation of the node";
+    EXPECT_EQ(busy.newestDisturbedAt, QDateTime(QDate(2026, 11, 2), QTime(12, 0), Qt::UTC));
+    const CompareRow& onlyBusy = rowOf(rows, "onlybusy");
+    EXPECT_TRUE(onlyBusy.disturbed);
+    EXPECT_FALSE(onlyBusy.flagged);
+    EXPECT_FALSE(onlyBusy.groupMedian);
+    const CompareRow& drifty = rowOf(rows, "drifty");
+    EXPECT_FALSE(drifty.flagged);
+    EXPECT_FALSE(drifty.drift);
+    const CompareRow& slow = rowOf(rows, "slow");
+    EXPECT_TRUE(slow.flagged);
+
+    const QStringList csv = QString::fromUtf8(formatCompareCsv(rows)).split('\n');
+    const auto line = [&](const char* host) {
+        return csv.filter(QRegularExpression(QStringLiteral("^%1,").arg(host))).value(0);
+    };
+    EXPECT_TRUE(
+        line("busy").endsWith(",2026-11-02T12:00:00Z: other work used 0.52 of the worker's CPU,"));
+    EXPECT_TRUE(
+        line("slow").endsWith(",,governor powersave holds the clock at its lowest on CPUs 0-1"));
+    // Only a flagged node has a likely cause to show.
+    rows = compareRecords({node("a", 100.0), node("b", 101.0), powersaveNode("slow", 99)},
+                          CompareOptions());
+    EXPECT_TRUE(QString::fromUtf8(formatCompareCsv(rows)).contains(",99.000,"));
+    EXPECT_FALSE(QString::fromUtf8(formatCompareCsv(rows)).contains("powersave"));
+    // A clock under load well below the group's is a likely cause too.
+    std::vector<LoadedRecord> clocked{node("a", 100), node("b", 101), node("c", 99),
+                                      node("hot", 80)};
+    for (LoadedRecord& loaded : clocked) {
+        loaded.record.mhzCurrent = loaded.record.host == "hot" ? 2400 : 3000;
+    }
+    rows = compareRecords(clocked, CompareOptions());
+    EXPECT_EQ(
+        rowOf(rows, "hot").likelyCauses,
+        QStringList{"the clock under load, 2400 MHz, is 0.80 of its group's median 3000 MHz"});
+    EXPECT_TRUE(rowOf(rows, "a").likelyCauses.isEmpty());
+}
+
+TEST(NodeWeights, GoByTheNewestUndisturbedRun) {
+    const Weighing weighing = weighNodes(
+        {node("a", 100), disturbedNode("a", 10, 2), node("b", 50), disturbedNode("c", 200, 2)},
+        "All", std::nullopt);
+    ASSERT_EQ(weighing.nodes.size(), 2u);
+    EXPECT_EQ(weighing.nodes[0].host, "a");
+    EXPECT_EQ(weighing.nodes[1].weight, 200);
+    EXPECT_EQ(weighing.skipped, QStringList{"c: every run of it was disturbed"});
+}
+
 std::vector<CompareRow> formatted() {
     const QString model = QStringLiteral("AMD EPYC 7543 32-Core, \"B\" stepping");
     return compareRecords({node("n1", 100.0, model), node("n2", 70.0, model)}, CompareOptions());
@@ -127,12 +223,13 @@ TEST(CompareFormat, CsvColumnsAndQuoting) {
     EXPECT_EQ(lines[0], QStringLiteral("host,test,started_at,flagged,reason,ps_result,group_median,"
                                        "ratio,robust_z,min_thread_ps,median_thread_ps,cv,records,"
                                        "logical_cpus,cpu_model,file,drift_at,drift_median_before,"
-                                       "drift_median_after,drift_ratio,drift_p"));
+                                       "drift_median_after,drift_ratio,drift_p,newest_disturbed,"
+                                       "likely_cause"));
     EXPECT_EQ(
         lines[1],
         QStringLiteral("n2,All,2026-11-01T12:00:00Z,yes,score at 0.824 of the group median "
                        "(floor 0.9),70.000,85.000,0.824,,35.000,35.000,,1,2,"
-                       "\"AMD EPYC 7543 32-Core, \"\"B\"\" stepping\",/records/n2-1.json,,,,,"));
+                       "\"AMD EPYC 7543 32-Core, \"\"B\"\" stepping\",/records/n2-1.json,,,,,,,"));
     EXPECT_TRUE(lines[2].startsWith(QLatin1String("n1,All,2026-11-01T12:00:00Z,no,,100.000,")));
     EXPECT_TRUE(lines[3].isEmpty());
 }
@@ -140,14 +237,15 @@ TEST(CompareFormat, CsvColumnsAndQuoting) {
 TEST(CompareFormat, JsonAndTableCarryTheSameColumns) {
     const QJsonObject first =
         QJsonDocument::fromJson(formatCompareJson(formatted()))["rows"][0].toObject();
-    EXPECT_EQ(first.size(), 21);
+    EXPECT_EQ(first.size(), 23);
     expectJsonHas(first, R"json({"host": "n2", "test": "All", "started_at": "2026-11-01T12:00:00Z",
         "flagged": true, "reason": "score at 0.824 of the group median (floor 0.9)",
         "ps_result": 70, "group_median": 85, "ratio": 0.824, "robust_z": null,
         "min_thread_ps": 35, "median_thread_ps": 35, "cv": null, "records": 1, "logical_cpus": 2,
         "cpu_model": "AMD EPYC 7543 32-Core, \"B\" stepping", "file": "/records/n2-1.json",
         "drift_at": null, "drift_median_before": null, "drift_median_after": null,
-        "drift_ratio": null, "drift_p": null})json");
+        "drift_ratio": null, "drift_p": null, "newest_disturbed": null,
+        "likely_causes": []})json");
 
     // Aligned: every column starts at the same place on every line; an empty reason shows as -.
     const QStringList table = QString::fromUtf8(formatCompareTable(formatted())).split('\n');
@@ -187,11 +285,18 @@ TEST(NodeVerdict, DecidesFromTheSummaryAndNewerOwnRecords) {
     LoadedRecord staleAll = node("n3", 10);
     staleAll.record.test = QStringLiteral("all");
     staleAll.record.startedAt = staleAll.record.startedAt.addDays(-1);
-    const Compared compared =
-        compareThroughJson({node("n1", 100), node("n2", 101), node("n3", 99), node("n4", 100),
-                            node("n5", 102), node("n6", 60), staleAll});
+    std::vector<LoadedRecord> fleet{
+        node("n1", 100), node("n2", 101),         node("n3", 99), node("n4", 100),
+        node("n5", 102), powersaveNode("n6", 60), staleAll,       disturbedNode("nY", 10, 2)};
+    for (LoadedRecord& loaded : fleet) {
+        loaded.record.mhzCurrent = 3000;
+    }
+    const LoadedRecord n6 = fleet[5];
+    const Compared compared = compareThroughJson(fleet);
     ASSERT_TRUE(compared.summary);
     LoadedRecord stranger = node("n2", 10, "EPYC 7543", 5);
+    LoadedRecord single = node("nX", 20);
+    single.record.test = QStringLiteral("SingleSpeed");
     const auto later = [](const char* host, double ps, const char* model = "EPYC 7543") {
         return node(host, ps, model, 2);
     };
@@ -203,13 +308,18 @@ TEST(NodeVerdict, DecidesFromTheSummaryAndNewerOwnRecords) {
         std::vector<LoadedRecord> own;
         std::optional<double> floor;
         std::optional<qint64> maxAgeS;
-        const char* line;  // the start of the line
+        const char* line;             // the start of the line
+        const char* cause = nullptr;  // the likely cause a drain ends with
     };
+    const char* const powersave = "governor powersave holds the clock at its lowest on CPUs 0-1";
+    // n1's clock under load fell to two thirds of its group's.
+    LoadedRecord hot = later("n1", 60);
+    hot.record.mhzCurrent = 2000;
     const Row table[] = {
         {"n1", "All", {node("n1", 100)}, {}, {}, "healthy: All 100.000 PS at 2026-11-01T12:00:00Z"},
         {"n1", "all", {}, {}, {}, "healthy: all 100.000 PS at 2026-11-01T12:00:00Z"},
         {"n3", "All", {}, {}, {}, "healthy: All 99.000 PS at 2026-11-01T12:00:00Z"},
-        {"n6", "All", {node("n6", 60)}, {}, {}, "drain: flagged by compare (robust z -"},
+        {"n6", "All", {node("n6", 60)}, {}, {}, "drain: flagged by compare (robust z -", powersave},
         // Newer than the summary: judged against the summary's group.
         {"n6", "All", {later("n6", 100)}, {}, {}, "healthy: All 100.000 PS at 2026-11-02"},
         {"n1", "All", {later("n1", 60)}, {}, {}, "drain: flagged by compare (robust z -"},
@@ -217,9 +327,46 @@ TEST(NodeVerdict, DecidesFromTheSummaryAndNewerOwnRecords) {
         {"n1", "All", {stranger}, {}, {}, "healthy: All 100.000 PS at 2026-11-01"},
         {"n1", "All", {}, 150.5, {}, "drain: 100.000 PS below floor 150.5"},
         {"n1", "All", {}, 50, kDays3, "drain: newest record (2026-11-01T12:00:00Z) older than 3d"},
-        {"n6", "All", {}, 90, kDays3, "drain: flagged by compare (robust z -"},
+        {"n6", "All", {}, 90, kDays3, "drain: flagged by compare (robust z -", powersave},
         {"nX", "All", {}, 50, kDays3, "drain: no All record of nX in /records"},
         {"nX", "All", {}, 50, {}, "healthy: no All record of nX"},
+        // A disturbed run is no evidence either way.
+        {"n1",
+         "All",
+         {disturbedNode("n1", 10, 2)},
+         50,
+         {},
+         "healthy: All 100.000 PS at 2026-11-01T12:00:00Z; the newer run at "
+         "2026-11-02T12:00:00Z was disturbed, not judged"},
+        {"n1",
+         "All",
+         {disturbedNode("n1", 10, 2)},
+         50,
+         kDays3,
+         "cannot decide: the All run of n1 at 2026-11-02T12:00:00Z was disturbed (other work "
+         "used 0.52 of the worker's CPU), and its newest undisturbed run (2026-11-01T12:00:00Z) "
+         "is older than 3d"},
+        {"nY",
+         "All",
+         {disturbedNode("nY", 10, 2)},
+         50,
+         {},
+         "cannot decide: the All run of nY at 2026-11-02T12:00:00Z was disturbed (other work "
+         "used 0.52 of the worker's CPU), and it has no undisturbed run"},
+        // A slow node's drain names its likely cause, whether its own record or the summary
+        // says it.
+        {"n6", "All", {n6}, {}, {}, "drain: flagged by compare (robust z", powersave},
+        {"n6", "All", {}, 90, {}, "drain: flagged by compare (robust z", powersave},
+        {"n1",
+         "All",
+         {hot},
+         {},
+         {},
+         "drain: flagged by compare (robust z",
+         "the clock under load, 2000 MHz, is 0.67 of its group's median 3000 MHz"},
+        // Records of other tests only: the check is set to another test than the sweep runs.
+        {"nX", "All", {single}, 50, kDays3, "cannot decide: nX has records of SingleSpeed but"},
+        {"n1", "Single", {single}, {}, {}, "cannot decide: n1 has records of All but none of"},
     };
     for (const Row& row : table) {
         const CheckRequest request{row.host,   row.test, row.floor, row.maxAgeS, "3d",
@@ -228,6 +375,12 @@ TEST(NodeVerdict, DecidesFromTheSummaryAndNewerOwnRecords) {
         EXPECT_TRUE(verdict.line.startsWith(QLatin1String(row.line)))
             << row.host << " " << row.line << ": " << verdict.line.toStdString();
         EXPECT_EQ(verdict.verdict == Verdict::Drain, verdict.line.startsWith("drain"));
+        EXPECT_EQ(verdict.verdict == Verdict::CannotDecide,
+                  verdict.line.startsWith("cannot decide"));
+        EXPECT_EQ(verdict.line.contains("likely cause"), row.cause != nullptr);
+        EXPECT_TRUE(row.cause == nullptr ||
+                    verdict.line.endsWith(QStringLiteral("; likely cause: ") + row.cause))
+            << verdict.line.toStdString();
     }
     QString error;
     EXPECT_FALSE(summaryFromJson(R"({"kind":"corebench-summary","schema":1})", now, &error));
@@ -236,35 +389,73 @@ TEST(NodeVerdict, DecidesFromTheSummaryAndNewerOwnRecords) {
 }
 
 // With a drift setting, a drop in the node's own runs drains it, however it compares with its
-// group.
+// group: 3 % (its ratio 0.9701) drains at a setting of 0.037 (0.8 of it 2.96 %), not 0.038.
 TEST(NodeVerdict, DrainsOnOwnDriftOnlyWhenAsked) {
     const Compared compared =
         compareThroughJson({node("n1", 100), node("n2", 101), node("n3", 99)});
     ASSERT_TRUE(compared.summary);
-    std::vector<LoadedRecord> own;  // 40 runs at 100, then 10 at 97, hourly from 2 November
-    for (int i = 0; i < 50; ++i) {
-        own.push_back(node("n1", (i < 40 ? 100 : 97) + (i % 2 ? 0.3 : -0.3)));
-        own.back().record.startedAt =
-            QDateTime(QDate(2026, 11, 2), QTime(0, 0), Qt::UTC).addSecs(3600 * i);
-    }
-    const std::pair<std::optional<double>, const char*> table[] = {
-        {{}, "healthy: ALL 97.300 PS"},
-        {0.05, "healthy: ALL 97.300 PS"},
-        {0.03, "drain: drift: -3.3% since 2026-11-03 (p < 0.0001)"},
+    const struct {
+        int runsAfter;  // after 40 runs at 100, at 97, hourly from 2 November
+        std::optional<double> drift;
+        const char* line;
+    } table[] = {
+        {10, {}, "healthy: All 97.300 PS"},
+        {10, 0.038, "healthy: All 97.300 PS"},
+        {10, 0.037, "drain: drift: -3.0% since 2026-11-03 (p < 0.0001)"},
+        {5, 0.037, "drain: drift: -3.0% since 2026-11-03 (p < 0.0001)"},
+        {4, 0.01, "healthy: All 97.300 PS"},  // flagged by compare from 3 runs, drained from 5
     };
-    for (const auto& [drift, line] : table) {
-        CheckRequest request{"n1", "ALL", {}, {}, "", "/records", {}, drift, "/records"};
+    for (const auto& row : table) {
+        std::vector<LoadedRecord> own;
+        for (int i = 0; i < 40 + row.runsAfter; ++i) {
+            own.push_back(node("n1", (i < 40 ? 100 : 97) + (i % 2 ? 0.3 : -0.3)));
+            own.back().record.startedAt =
+                QDateTime(QDate(2026, 11, 2), QTime(0, 0), Qt::UTC).addSecs(3600 * i);
+        }
+        CheckRequest request{"n1", "All", {}, {}, "", "/records", {}, row.drift, "/records"};
         const QString got = decideNode(*compared.summary, own, request).line;
-        EXPECT_TRUE(got.startsWith(QLatin1String(line))) << got.toStdString();
+        EXPECT_TRUE(got.startsWith(QLatin1String(row.line))) << got.toStdString();
+    }
+}
+
+// A node alone in its group whose last 5 runs scored 0 PS drains with a drift setting, as one
+// whose runs fell to 0.5 PS does; 5 runs without a score are no fall, and no drift.
+TEST(NodeVerdict, ZeroScoreIsAFallAMissingOneIsNot) {
+    const struct {
+        std::optional<double> last;
+        std::optional<double> drift;
+        const char* line;
+    } table[] = {
+        {0.0, 0.05, "drain: drift: -100.0% since 2026-11-03"},
+        {0.5, 0.05, "drain: drift: -99.5% since 2026-11-03"},
+        {std::nullopt, 0.05, "healthy: All no score PS"},
+        {0.0, {}, "healthy: All 0.000 PS"},
+    };
+    for (const auto& row : table) {
+        std::vector<LoadedRecord> own;  // hourly from noon on 2 November
+        for (int i = 0; i < 25; ++i) {
+            own.push_back(node("n1", 100 + (i % 2 ? 0.3 : -0.3)));
+            own.back().record.startedAt =
+                QDateTime(QDate(2026, 11, 2), QTime(12, 0), Qt::UTC).addSecs(3600 * i);
+            if (i >= 20) {
+                own.back().record.psResult = row.last;
+            }
+        }
+        const Compared alone = compareThroughJson({own.back()});
+        ASSERT_TRUE(alone.summary);
+        CheckRequest request{"n1", "All", {}, {}, "", "/records", {}, row.drift, "/records"};
+        const QString got = decideNode(*alone.summary, own, request).line;
+        EXPECT_TRUE(got.startsWith(QLatin1String(row.line))) << got.toStdString();
     }
 }
 
 TEST(NodeVerdict, AgesWithinTenYears) {
-    for (const char* bad : {"3651d", "0", "8w", "", "-1", "999999999999999d"}) {
+    for (const char* bad : {"3651d", "8w", "", "-1", "999999999999999d", "8d\n"}) {
         EXPECT_FALSE(parseAge(bad)) << bad;
     }
     const std::pair<const char*, qint64> good[] = {
-        {"3600", 3600}, {"90m", 5400}, {"36h", 129600}, {"8d", 691200}, {"3650d", 315360000}};
+        {"0", 0},        {"0d", 0},      {"3600", 3600},      {"90m", 5400},
+        {"36h", 129600}, {"8d", 691200}, {"3650d", 315360000}};
     for (const auto& row : good) {
         EXPECT_EQ(parseAge(row.first), row.second) << row.first;
     }

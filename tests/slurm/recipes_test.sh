@@ -121,12 +121,11 @@ conf=$tmp/healthcheck.conf
 write_conf() {
   cat > "$conf" <<CONF
 # comment line
-  RECORDS = ignored-by-the-next-line
 RECORDS="$tmp/records"
 FLOOR=${1-}      # PS
 MAX_AGE=${2-}
 DRIFT=${3-}
-TEST='All'
+  TEST = 'All'
 WRITER=slurm
 SLURM_CONF=$tmp/slurm.conf
 HOST=n1
@@ -161,17 +160,51 @@ IDLE+DRAIN|fan|1 drain: $r|IDLE+DRAIN|fan|would drain (corebench: $r), but it is
 ROWS
 [ "$(cat "$stub/check_args")" = "<check><--summary><$tmp/records/corebench-summary.json><--host><n1><--test><All><--writer><slurm><--floor><50><--max-age><8d><--drift><0.05><$tmp/records>" ] ||
   fail "check ran as $(cat "$stub/check_args")"
+# Limits go to check as written (0 in any spelling is none there), unset ones not at all; a
+# settings file may start with a UTF-8 byte order mark.
+echo "0 healthy: X" > "$stub/verdict"
+set_node slurm-n1 IDLE ""
+while IFS='|' read -r floor age drift bom limits; do
+  write_conf "$floor" "$age" "$drift"
+  if [ -n "$bom" ]; then
+    sed -i '1d' "$conf" && { printf '\357\273\277'; cat "$conf"; } > "$conf.new" && mv "$conf.new" "$conf"
+    chmod 600 "$conf"
+  fi
+  out=$(SLURMD_NODENAME=slurm-n1 "$contrib/corebench-healthcheck" --conf "$conf" 2>&1) ||
+    fail "limits '$floor' '$age' '$drift' $bom: $out"
+  [ "$(cat "$stub/check_args")" = "<check><--summary><$tmp/records/corebench-summary.json><--host><n1><--test><All><--writer><slurm>$limits<$tmp/records>" ] ||
+    fail "limits '$floor' '$age' '$drift' $bom: check ran as $(cat "$stub/check_args")"
+done <<ROWS
+0.0|0|0.0||<--floor><0.0><--max-age><0><--drift><0.0>
+|||bom|
+ROWS
+
+# stall TOOL...: stand-ins for TOOL, first on PATH, that never return for a path in the records
+# folder, as on a hard-mounted NFS that stalled; other paths go to the real TOOL.
+stalled=$tmp/stalled
+mkdir "$stalled"
+export PATH="$stalled:$PATH"
+stall() {
+  local tool
+  for tool in "$@"; do
+    # shellcheck disable=SC2016 # expanded by the stand-in
+    printf '#!/bin/sh\nfor a; do case $a in "%s"*) exec sleep 1000 ;; esac; done\nexec %s "$@"\n' \
+      "$tmp/records" "$(type -P "$tool")" > "$stalled/$tool"
+    chmod 755 "$stalled/$tool"
+  done
+}
 
 # Faults: whatever the check cannot judge or should not trust, it leaves the node as it is, says
-# why in one line and exits 1. "setup" is run before the check and undone after it.
+# why in one line and exits 1, within its 30 s. "setup" is run before the check and undone after
+# it.
 while IFS='|' read -r verdict setup expect; do
   write_conf 50 8d
   echo "$verdict" > "$stub/verdict"
   set_node slurm-n1 IDLE+DRAIN "corebench: x"
   rm -f "$stub/calls"
   eval "$setup"
-  out=$(SLURMD_NODENAME=slurm-n1 "$contrib/corebench-healthcheck" --conf "$conf" 2>&1) && status=0 || status=$?
-  chmod 700 "$tmp/records"; chmod 755 "$stub/bin/corebench-fleet"; rm -f "$stub/scontrol_hangs"; conf=$tmp/healthcheck.conf
+  out=$(SLURMD_NODENAME=slurm-n1 timeout 40 "$contrib/corebench-healthcheck" --conf "$conf" 2>&1) && status=0 || status=$?
+  chmod 700 "$tmp/records"; chmod 755 "$stub/bin/corebench-fleet"; rm -f "$stub/scontrol_hangs" "$stalled"/*; conf=$tmp/healthcheck.conf
   [ $status -eq 1 ] && [ "$(printf '%s\n' "$out" | wc -l)" -eq 1 ] || fail "$expect: exit $status: $out"
   case $out in "corebench-healthcheck: nothing changed: "*"$expect"*) ;; *) fail "message '$out' lacks '$expect'" ;; esac
   [ ! -e "$stub/calls" ] && [ "$(node_field slurm-n1 state)" = IDLE+DRAIN ] || fail "$expect: the node was updated"
@@ -183,10 +216,12 @@ done <<ROWS
 0 healthy: X|touch "$stub/scontrol_hangs"|scontrol show node slurm-n1: no answer within 5 s
 1 drain: X|chmod g+w "$conf"|settings file $conf (or its folder) can be written by others than root
 1 drain: X|chmod o+w "$stub/bin/corebench-fleet"|$stub/bin/corebench-fleet (or its folder) can be written by others than root
-1 drain: X|echo FLOR=60 >> "$conf"|$conf:12: unknown setting FLOR
-1 drain: X|sed -i -e '/^RECORDS=/d' -e 's/^  RECORDS = .*/RECORDS=/' "$conf"|RECORDS (the shared records folder) is not set
+1 drain: X|echo FLOR=60 >> "$conf"|$conf:11: unknown setting FLOR
+1 drain: X|echo FLOOR=60 >> "$conf"|$conf:11: FLOOR is set twice (first on line 3)
+1 drain: X|sed -i 's/^RECORDS=.*/RECORDS=/' "$conf"|RECORDS (the shared records folder) is not set
 1 drain: X|conf=$tmp/missing.conf|cannot read settings file $tmp/missing.conf
 1 drain: X|cp "$contrib/healthcheck.conf.example" "$tmp/example.conf"; conf=$tmp/example.conf|records folder /shared/corebench/records is not there
+1 drain: X|stall test|records folder $tmp/records did not answer within 5 s
 ROWS
 
 # ---------------------------------------------------------------- sweep
@@ -219,7 +254,7 @@ grep -qx -- --dependency=afterany:101:102:103 "$stub/job-104.args" || fail "repo
 mkdir -p "$odd/bin"
 cp "$stub/bin/corebench-fleet" "$odd/bin/corebench-fleet"
 sh "$stub/job-101.sh" || fail "the benchmark job script failed"
-[ "$(cat "$stub/run_args")" = "<run><--out><$odd/records><--corebench><$odd/bin/core bench><--><SingleSpeed>" ] ||
+[ "$(cat "$stub/run_args")" = "<run><--reruns><2><--pause><60><--out><$odd/records><--corebench><$odd/bin/core bench><--><SingleSpeed>" ] ||
   fail "the benchmark job ran: $(cat "$stub/run_args")"
 report_base=$(printf '%s\n' "$out" | awk '$1 == "report" { sub(/^report [0-9]+ /, ""); print }')
 report_base=${report_base%.txt}
@@ -246,6 +281,11 @@ out=$("$contrib/corebench-sweep" --out "$tmp/records" --nodes n2,n4 2>&1) && fai
 [ ! -e "$stub/jobs" ] || fail "a sweep with no usable node submitted jobs"
 "$contrib/corebench-sweep" --partition farm >/dev/null 2>&1 && fail "a sweep without --out succeeded"
 "$contrib/corebench-sweep" --out "$tmp/records" --time 0 >/dev/null 2>&1 && fail "a zero time limit was taken"
+for bad in "--reruns 11" "--pause 3601" "--pause 1e3"; do
+  # shellcheck disable=SC2086 # the option and its value
+  "$contrib/corebench-sweep" --out "$tmp/records" $bad >/dev/null 2>&1 && fail "sweep took $bad"
+done
+[ ! -e "$stub/jobs" ] || fail "a refused sweep submitted jobs"
 
 # ---------------------------------------------------------------- weights
 # The real corebench-fleet weighs the nodes from records of its own format. A CPU name holding a

@@ -2,8 +2,9 @@
 # shellcheck disable=SC2015 # "check && check || fail" is meant
 # The Slurm recipes against real daemons: brings up munged, slurmctld and slurmd as a one-node
 # cluster in a temporary folder (own munge key and socket, own slurm.conf on loopback ports),
-# sweeps it with the real corebench and corebench-fleet, then drives the health check and the
-# weights through scontrol. Every daemon is stopped by its PID at the end, on failure too.
+# sweeps it with the real corebench and corebench-fleet, then drives the health check, a second
+# sweep (of the node the check drained, beside the first sweep's files) and the weights through
+# scontrol. Every daemon is stopped by its PID at the end, on failure too.
 #
 # Usage: slurm_cluster_test.sh COREBENCH COREBENCH_FLEET CONTRIB_SLURM_DIR
 # Runs only with COREBENCH_SLURM_TEST=1, as root, with Slurm and munge installed; else exit 77
@@ -230,6 +231,11 @@ wait_for 30 "node $node IDLE" state_is IDLE
 say "cluster up: node $node $(state_now), slurmctld port $ctld_port, slurmd port $slurmd_port"
 
 # ---- sweep: one exclusive job on the node, then the report job
+# Whether a run on this shared machine is disturbed is a matter of its load: the jobs (which get
+# this environment from sbatch) take the conditions of a clean run, as the end-to-end tests of run
+# do, so that the health check below has a run to judge.
+export COREBENCH_FLEET_TEST_CONDITIONS
+COREBENCH_FLEET_TEST_CONDITIONS=$(readlink -f "$(dirname "$0")/../fleet/data/conditions-clean.json")
 # Runs the sweep with the given node selection; sets sweep_out, bench_job, report_job and report
 # (the report's path without .txt).
 sweep() {
@@ -242,10 +248,6 @@ sweep() {
   [ -n "$bench_job" ] && [ -n "$report_job" ] && [ -n "$report" ] ||
     fail "unexpected sweep output: $sweep_out"
 }
-sweep --partition cb
-say "sweep submitted: $(printf '%s' "$sweep_out" | tr '\n' '|')"
-[ "$(printf '%s\n' "$sweep_out" | wc -l)" -eq 2 ] || fail "sweep printed more than the node and report lines"
-
 job_field() {
   scontrol show job "$1" | awk -v k="$2" '{ for (i = 1; i <= NF; i++) if (index($i, k "=") == 1) { print substr($i, length(k) + 2); exit } }'
 }
@@ -256,35 +258,48 @@ jobs_done() {
     case $state in PENDING|RUNNING|CONFIGURING|COMPLETING|SUSPENDED|"") return 1 ;; esac
   done
 }
-wait_for 120 "jobs $bench_job and $report_job ending" jobs_done "$bench_job" "$report_job"
-for id in "$bench_job" "$report_job"; do
-  state=$(job_field "$id" JobState)
-  [ "$state" = COMPLETED ] || fail "job $id ended $state (exit $(job_field "$id" ExitCode))"
-done
-say "jobs $bench_job (benchmark) and $report_job (report) COMPLETED"
+# Waits for the sweep's jobs, which must both end COMPLETED, and checks the node's records (n of
+# them, each with its log) and the report; sets ps to the node's newest score in the report.
+sweep_done() {
+  local n=$1 id state row
+  wait_for 120 "jobs $bench_job and $report_job ending" jobs_done "$bench_job" "$report_job"
+  for id in "$bench_job" "$report_job"; do
+    state=$(job_field "$id" JobState)
+    [ "$state" = COMPLETED ] || fail "job $id ended $state (exit $(job_field "$id" ExitCode))"
+  done
+  say "jobs $bench_job (benchmark) and $report_job (report) COMPLETED"
+  records=("$tmp/records/$node/$node-SingleSpeed-"*.json)
+  [ ${#records[@]} -eq "$n" ] && [ -f "${records[0]}" ] ||
+    fail "expected $n SingleSpeed records of $node, found: ${records[*]}"
+  for record in "${records[@]}"; do
+    [ -f "${record%.json}.log" ] || fail "the raw log is not beside $record"
+    grep -q '"ps_result"' "$record" || fail "$record has no ps_result"
+  done
+  [ -s "$report.txt" ] && [ -s "$report.csv" ] && grep -q "id=\"report-data\"" "$report.html" || fail "report $report.txt / .csv / .html missing"
+  row=$(awk -F, -v n="$node" 'NR > 1 && $1 == n && $2 == "SingleSpeed"' "$report.csv")
+  [ "$(printf '%s\n' "$row" | grep -c .)" -eq 1 ] || fail "report has no single row for $node: $(cat "$report.csv")"
+  [ "$(printf '%s\n' "$row" | cut -d, -f13)" = "$n" ] || fail "report row does not count $n records: $row"
+  ps=$(printf '%s\n' "$row" | cut -d, -f6)
+  printf '%s' "$ps" | grep -Eq '^[0-9]+([.][0-9]+)?$' || fail "report row has no score: $row"
+  awk -v ps="$ps" 'BEGIN { exit !(ps > 0) }' || fail "score $ps is not positive"
+  grep -q "$node" "$report.txt" || fail "the table report does not name $node"
+  say "records ${records[*]##*/}, report $(basename "$report").txt/.csv: $node $ps PS"
+}
 
-# ---- the record and the report
-records=("$tmp/records/$node/$node-SingleSpeed-"*.json)
-[ ${#records[@]} -eq 1 ] && [ -f "${records[0]}" ] || fail "expected one SingleSpeed record of $node, found: ${records[*]}"
-[ -f "${records[0]%.json}.log" ] || fail "the raw log is not beside ${records[0]}"
-grep -q '"ps_result"' "${records[0]}" || fail "${records[0]} has no ps_result"
-[ -s "$report.txt" ] && [ -s "$report.csv" ] && grep -q "class=\"mark" "$report.html" || fail "report $report.txt / .csv / .html missing"
-row=$(awk -F, -v n="$node" 'NR > 1 && $1 == n && $2 == "SingleSpeed"' "$report.csv")
-[ "$(printf '%s\n' "$row" | grep -c .)" -eq 1 ] || fail "report has no single row for $node: $(cat "$report.csv")"
-ps=$(printf '%s\n' "$row" | cut -d, -f6)
-printf '%s' "$ps" | grep -Eq '^[0-9]+([.][0-9]+)?$' || fail "report row has no score: $row"
-awk -v ps="$ps" 'BEGIN { exit !(ps > 0) }' || fail "score $ps is not positive"
-grep -q "$node" "$report.txt" || fail "the table report does not name $node"
-say "record $(basename "${records[0]}"), report $(basename "$report").txt/.csv: $node $ps PS"
+sweep --partition cb
+say "sweep submitted: $(printf '%s' "$sweep_out" | tr '\n' '|')"
+[ "$(printf '%s\n' "$sweep_out" | wc -l)" -eq 2 ] || fail "sweep printed more than the node and report lines"
+sweep_done 1
 
 # ---- health check, run the way slurmd runs it: no SLURM_CONF, a bare PATH
+# write_conf FLOOR [TEST]
 write_conf() {
   cat > "$tmp/healthcheck.conf" <<HC
 # written by the test
 RECORDS=$tmp/records
 FLOOR=$1
 MAX_AGE=1d
-TEST=SingleSpeed
+TEST=${2:-SingleSpeed}
 SLURM_CONF=$tmp/slurm.conf   # slurmd does not pass it on
 FLEET="$fleet"
 HC
@@ -294,9 +309,13 @@ healthcheck() {
     timeout 60 "$contrib/corebench-healthcheck"
 }
 
-# The check words its floor as %g does (no trailing zeros), so the floors are written so too.
-high=$(awk -v ps="$ps" 'BEGIN { printf "%g", ps * 2 + 1 }')
-low=$(awk -v ps="$ps" 'BEGIN { printf "%g", ps / 2 }')
+# Floors far above and below the node's newest score, ps. The check words its floor as %g does
+# (no trailing zeros), so the floors are written so too.
+set_floors() {
+  high=$(awk -v ps="$ps" 'BEGIN { printf "%g", ps * 2 + 1 }')
+  low=$(awk -v ps="$ps" 'BEGIN { printf "%g", ps / 2 }')
+}
+set_floors
 
 write_conf "$high"
 out=$(healthcheck) || fail "health check failed: $out"
@@ -305,6 +324,9 @@ state_is IDLE+DRAIN || fail "node is $(state_now) after a floor above its score,
 reason=$(reason_now)
 case $reason in "corebench: "*"below floor $high"*) ;; *) fail "drain reason is '$reason'" ;; esac
 say "node $(state_now), reason: $reason"
+# sinfo -R cuts a reason at 20 characters; the README's wider format shows it whole.
+line=$(sinfo -h -R -o "%60E %9u %19H %N")
+case $line in "$reason "*" $node") ;; *) fail "sinfo -R -o \"%60E %9u %19H %N\" shows: $line" ;; esac
 
 write_conf "$low"
 out=$(healthcheck) || fail "health check failed: $out"
@@ -334,8 +356,23 @@ case $out in "corebench-healthcheck: nothing changed: cannot decide: cannot read
   *) fail "unreadable records: $out" ;; esac
 state_is IDLE+DRAIN && [ "$(reason_now)" = "corebench: earlier" ] || fail "unreadable records changed the node to $(state_now) '$(reason_now)'"
 say "records unreadable: $out; node $(state_now)"
-scontrol update NodeName="$node" State=RESUME
+
+# TEST set to another test than the sweep runs would drain every node: the check names the
+# mismatch and changes nothing.
+write_conf "$low" All
+out=$(healthcheck 2>&1) && fail "a check of a test the node never ran succeeded: $out"
+case $out in "corebench-healthcheck: nothing changed: cannot decide: $node has records of SingleSpeed but none of All;"*) ;;
+  *) fail "a check of another test: $out" ;; esac
+state_is IDLE+DRAIN && [ "$(reason_now)" = "corebench: earlier" ] || fail "a check of another test changed the node to $(state_now) '$(reason_now)'"
+say "TEST=All: $out"
+
+# ---- a second sweep, of the node the check drained, which the sweep resumes: its report job
+# finds the first sweep's summary and reports beside the records, and must read the records only.
+sweep --nodes "$node"
+say "second sweep submitted: $(printf '%s' "$sweep_out" | tr '\n' '|')"
+sweep_done 2
 wait_for 15 "node $node back to IDLE" state_is IDLE
+set_floors
 
 # ---- weights: one node, so the fastest: Weight 100, tier cb_fast replacing the tier that an
 # earlier run gave it, its own feature kept. A host that is no node of the cluster, whose CPU name
