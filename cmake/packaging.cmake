@@ -33,6 +33,23 @@ elseif(WIN32)
   # A .zip to unpack anywhere on a node: the programs beside the DLLs they load.
   set(CPACK_GENERATOR ZIP)
   include(${CMAKE_CURRENT_LIST_DIR}/windows_runtime.cmake)
+  # And an .msi of the same files for Program Files, made from the .zip by cmake/msi.cmake with
+  # wixl, as CPack has no generator for it: `cmake --build BUILD --target msi` makes both in
+  # BUILD/packages.
+  set(corebench_packages ${CMAKE_BINARY_DIR}/packages)
+  add_custom_target(msi
+    COMMAND ${CMAKE_COMMAND} -E remove_directory ${corebench_packages}
+    COMMAND ${CMAKE_CPACK_COMMAND} --config ${CMAKE_BINARY_DIR}/CPackConfig.cmake
+            -B ${corebench_packages}
+    COMMAND ${CMAKE_COMMAND} -DZIP=${corebench_packages}/${CPACK_PACKAGE_FILE_NAME}.zip
+            -DOUTPUT=${corebench_packages}/${CPACK_PACKAGE_FILE_NAME}.msi
+            -DVERSION=${PROJECT_VERSION} -DVENDOR=${CPACK_PACKAGE_VENDOR}
+            -DSUMMARY=${CPACK_PACKAGE_DESCRIPTION_SUMMARY} -P ${CMAKE_CURRENT_LIST_DIR}/msi.cmake
+    VERBATIM)
+  add_dependencies(msi corebench)
+  if(TARGET corebench-fleet)
+    add_dependencies(msi corebench-fleet)
+  endif()
 else()
   set(CPACK_GENERATOR TGZ)
 endif()

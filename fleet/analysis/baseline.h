@@ -18,3 +18,9 @@ constexpr int kBaselineMaxRuns = 20;
 // kBaselineMaxRuns of them. Records without a score and disturbed runs are left out; none with
 // fewer than kBaselineMinRuns runs.
 std::optional<double> baselineScore(const Record& latest, const std::vector<Record>& records);
+
+// The ratio of the current drift (currentDrift, drift.h) of latest's host and test, from latest and
+// the runs among records that started before it, when it is a drop; 1 when there is none, or a
+// rise; a disturbed latest run is left out. The verdict compare gives on the host, for Prometheus
+// (corebench_drift_ratio).
+double driftRatio(const Record& latest, const std::vector<Record>& records);

@@ -18,6 +18,14 @@ std::map<HistoryKey, HostHistory> hostHistories(const std::vector<LoadedRecord>&
     return histories;
 }
 
+bool changedRecently(const HostHistory& history, const DriftOptions& options) {
+    if (history.segments.empty() || history.segments.back().changePoints.empty()) {
+        return false;
+    }
+    const DriftSegment& newest = history.segments.back();
+    return newest.runs - newest.changePoints.back().index <= options.window;
+}
+
 QString pValueText(double p) {
     return p < 0.0001 ? QStringLiteral("p < 0.0001")
                       : QStringLiteral("p %1").arg(QString::number(p, 'f', 4));
@@ -35,7 +43,7 @@ void addDrift(const std::map<HistoryKey, HostHistory>& histories, std::vector<Co
         if (found == histories.end()) {
             continue;
         }
-        row.drift = latestDrift(found->second.segments);
+        row.drift = currentDrift(found->second.segments);
         if (!row.drift || row.drift->direction != DriftDirection::Down) {
             continue;
         }

@@ -1,7 +1,7 @@
 #pragma once
 
 // Drift in compare: each host's own history of each test, cut into segments with their change
-// points, and the latest change point of the current segment added to the host's row.
+// points, and the current drift of the newest segment added to the host's row.
 
 #include <map>
 #include <utility>
@@ -25,7 +25,11 @@ using HistoryKey = std::pair<QString, QString>;
 std::map<HistoryKey, HostHistory> hostHistories(const std::vector<LoadedRecord>& records,
                                                 const DriftOptions& options = {});
 
-// Sets each row's drift to the latest change point of its host's current segment; a drop flags the
+// Whether the newest segment has a change point among its newest options.window runs: a change
+// recent enough to show even when it is no longer current (a dip the host came back from).
+bool changedRecently(const HostHistory& history, const DriftOptions& options = {});
+
+// Sets each row's drift to the current drift of its host's newest segment; a drop flags the
 // row with a reason such as "drift: -6.1% since 2026-10-04 (p 0.0002)". A rise is only reported.
 void addDrift(const std::map<HistoryKey, HostHistory>& histories, std::vector<CompareRow>* rows);
 

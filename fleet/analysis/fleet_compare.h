@@ -42,7 +42,7 @@ struct CompareRow {
     std::optional<int> logicalCpus;
     std::optional<QString> cpuModel;
     QString file;
-    std::optional<ChangePoint> drift;  // the latest of the host's current segment, if any
+    std::optional<ChangePoint> drift;  // the current drift of the host's newest segment, if any
     // The run shown was disturbed: the host has no other run of the test, so it is neither
     // judged nor counted in its group.
     bool disturbed = false;

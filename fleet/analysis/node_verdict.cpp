@@ -95,7 +95,7 @@ QStringList otherTests(const FleetSummary& summary, const std::vector<LoadedReco
     return tests;
 }
 
-// The latest change point of the current segment of the node's own runs of the test.
+// The current drift of the newest segment of the node's own runs of the test.
 std::optional<ChangePoint> ownDrift(const std::vector<LoadedRecord>& ownRecords,
                                     const CheckRequest& request) {
     std::vector<LoadedRecord> mine;
@@ -105,7 +105,7 @@ std::optional<ChangePoint> ownDrift(const std::vector<LoadedRecord>& ownRecords,
         }
     }
     const std::map<HistoryKey, HostHistory> histories = hostHistories(mine);
-    return histories.empty() ? std::nullopt : latestDrift(histories.begin()->second.segments);
+    return histories.empty() ? std::nullopt : currentDrift(histories.begin()->second.segments);
 }
 
 }  // namespace
@@ -190,10 +190,8 @@ NodeVerdict decideNode(const FleetSummary& summary, const std::vector<LoadedReco
         }
     }
     if (request.driftFraction) {
-        // A tiny allowance, so that a drop of exactly the setting (1 - 0.95 in binary) counts.
         const std::optional<ChangePoint> drift = ownDrift(ownRecords, request);
-        if (drift && drift->direction == DriftDirection::Down &&
-            1 - drift->ratio >= *request.driftFraction - 1e-9) {
+        if (drift && drainsOnDrift(*drift, *request.driftFraction)) {
             slow = true;
             reasons << driftReason(*drift);
         }

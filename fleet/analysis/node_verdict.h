@@ -19,8 +19,9 @@ struct CheckRequest {
     QString maxAgeText;             // as the admin wrote it, for the reason
     QString records;                // the records folder as given, for the reason
     QDateTime now;
-    // Drain when the node's own runs of the test dropped by at least this fraction since its
-    // configuration last changed (the latest change point of its current segment); off when unset.
+    // Drain when the node's own runs of the test dropped by this fraction since its configuration
+    // last changed (the current drift of its newest segment, as drainsOnDrift judges it); off when
+    // unset.
     std::optional<double> driftFraction;
     QString recordsCanonical;  // the records folder's canonical path, which the summary must name
 };

@@ -22,6 +22,18 @@ double medianAbsoluteDeviation(std::vector<double> values) {
     return median(std::move(values));
 }
 
+double medianPairwiseDifference(const std::vector<double>& before,
+                                const std::vector<double>& after) {
+    std::vector<double> differences;
+    differences.reserve(before.size() * after.size());
+    for (const double a : before) {
+        for (const double b : after) {
+            differences.push_back(b - a);
+        }
+    }
+    return median(std::move(differences));
+}
+
 bool isUsableScore(double score) {
-    return std::isfinite(score) && score > 0;
+    return std::isfinite(score) && score >= 0;
 }

@@ -49,8 +49,9 @@ int checkCommand(const QStringList& arguments) {
                         "(0: no limit)."),
          QStringLiteral("AGE")},
         {QStringLiteral("drift"),
-         QStringLiteral("Drain when the node's own scores dropped by at least this fraction since "
-                        "its configuration last changed (0.05 is 5 %; 0: not looked at)."),
+         QStringLiteral("Drain when the node's own scores dropped by this fraction since its "
+                        "configuration last changed (0.06 is 6 %): a drop measured at 0.8 of it "
+                        "or more, in 5 runs or more, three quarters of them half of it low."),
          QStringLiteral("FRACTION")},
         {QStringLiteral("writer"),
          QStringLiteral("The user besides root who writes the records and the summary (default: "

@@ -5,7 +5,6 @@
 #include <map>
 #include <vector>
 
-#include "baseline.h"
 #include "command_options.h"
 #include "fleet_commands.h"
 #include "log_parser.h"
@@ -154,7 +153,7 @@ int importCommand(const QStringList& arguments) {
             if (history == histories.end()) {
                 history = histories.emplace(record.host, baselineHistory(out, record.host)).first;
             }
-            if (!writePromFile(record, baselineScore(record, history->second), prom)) {
+            if (!writePromFile(record, history->second, prom)) {
                 return kStatusUnwritable;
             }
         }

@@ -3,6 +3,7 @@
 #include <QDir>
 #include <QFileInfo>
 
+#include "baseline.h"
 #include "command_options.h"
 #include "prom_export.h"
 #include "record.h"
@@ -31,7 +32,8 @@ std::vector<Record> baselineHistory(const QString& records, const QString& host)
     return history;
 }
 
-bool writePromFile(const Record& record, std::optional<double> baseline, const QString& promDir) {
+bool writePromFile(const Record& record, const std::vector<Record>& history,
+                   const QString& promDir) {
     QString error;
     if (!makeFolders(promDir, &error)) {
         printMessage(error);
@@ -52,7 +54,9 @@ bool writePromFile(const Record& record, std::optional<double> baseline, const Q
         printMessage(QStringLiteral("%1: %2").arg(path, error));
         return false;
     }
-    if (!replaceFile(path, promText(record, baseline, before.value_or(QByteArray())), &error)) {
+    const QByteArray text = promText(record, baselineScore(record, history),
+                                     before.value_or(QByteArray()), driftRatio(record, history));
+    if (!replaceFile(path, text, &error)) {
         printMessage(error);
         return false;
     }

@@ -13,5 +13,7 @@ struct Record;
 std::vector<Record> baselineHistory(const QString& records, const QString& host);
 
 // Writes the record's corebench.prom into promDir, merged with what is there, with the test's
-// baseline when there is one; false with the message printed on failure.
-bool writePromFile(const Record& record, std::optional<double> baseline, const QString& promDir);
+// baseline when there is one and its drift ratio (driftRatio, baseline.h), both from history, the
+// host's records; false with the message printed on failure.
+bool writePromFile(const Record& record, const std::vector<Record>& history,
+                   const QString& promDir);

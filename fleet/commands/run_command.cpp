@@ -13,7 +13,6 @@
 #include <QThread>
 #include <cstdio>
 
-#include "baseline.h"
 #include "command_options.h"
 #include "conditions_probe.h"
 #include "fleet_commands.h"
@@ -241,8 +240,7 @@ int runOnce(const RunSettings& settings, std::optional<QStringList>* disturbed) 
     }
     *disturbed = record.disturbed;
     if (!settings.prom.isEmpty() &&
-        !writePromFile(record, baselineScore(record, baselineHistory(settings.out, record.host)),
-                       settings.prom)) {
+        !writePromFile(record, baselineHistory(settings.out, record.host), settings.prom)) {
         return kStatusUnwritable;
     }
     return kStatusOk;

@@ -135,8 +135,8 @@ QByteArray formatCompareHtml(const std::vector<CompareRow>& rows,
     html += QStringLiteral("<style>%1</style><script>%2</script></head>\n<body>\n")
                 .arg(QLatin1String(kReportPageCss), QLatin1String(kHeadScript));
     html += QStringLiteral(
-                "<h1>corebench fleet report</h1>\n<p>%1 nodes, %2 flagged, %3 with a "
-                "change of level since their configuration began. Floor %4 of the "
+                "<h1>corebench fleet report</h1>\n<p>%1 nodes, %2 flagged, %3 off a level "
+                "they held earlier in their configuration and not back since. Floor %4 of the "
                 "group median, robust z below -%5. Flagged nodes are red; a click on one "
                 "shows its row in the <a href=\"#nodes\">table of all nodes</a>.</p>\n"
                 "<noscript><p>The plots and the table are drawn by the page's own script, "
@@ -162,7 +162,8 @@ QByteArray formatCompareHtml(const std::vector<CompareRow>& rows,
     int left = 0;
     for (const CompareRow& row : rows) {
         const auto found = histories.find({row.host, row.test});
-        if (!(row.flagged || row.drift) || found == histories.end() || found->second.runs.empty()) {
+        if (found == histories.end() || found->second.runs.empty() ||
+            !(row.flagged || row.drift || changedRecently(found->second))) {
             continue;
         }
         if (shown == kMaxCharts) {
@@ -174,7 +175,8 @@ QByteArray formatCompareHtml(const std::vector<CompareRow>& rows,
     }
     if (shown > 0) {
         html += QStringLiteral(
-                    "<h2>History of the flagged and drifting nodes</h2>\n"
+                    "<h2>History of the flagged nodes and of those whose level changed "
+                    "recently</h2>\n"
                     "<div class=\"charts\">\n%1</div>\n")
                     .arg(charts);
         if (left > 0) {

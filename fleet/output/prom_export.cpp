@@ -27,6 +27,9 @@ const Family kFamilies[] = {
     {"corebench_baseline_score_ps",
      "Median score (PS) of the node's last 20 earlier runs of the test in the same "
      "configuration; from 3 such runs on."},
+    {"corebench_drift_ratio",
+     "Level of the node's runs of the test since its current drift over the level before it, "
+     "found in its own records as compare finds it; 1 when they show no current drop."},
     {"corebench_info", "The CPU and corebench binary of the latest run; always 1."},
 };
 
@@ -117,7 +120,7 @@ QString testLabel(const QString& test) {
 }  // namespace
 
 QByteArray promText(const Record& record, std::optional<double> baseline,
-                    const QByteArray& existing) {
+                    const QByteArray& existing, std::optional<double> driftRatio) {
     std::vector<Sample> samples = keptSamples(existing, record.test);
     const QString test = testLabel(record.test);
     auto add = [&](const char* family, int thread, const QString& labels, const QString& number) {
@@ -142,6 +145,9 @@ QByteArray promText(const Record& record, std::optional<double> baseline,
     }
     if (baseline) {
         add("corebench_baseline_score_ps", -1, test, value(*baseline));
+    }
+    if (driftRatio) {
+        add("corebench_drift_ratio", -1, test, value(*driftRatio));
     }
     add("corebench_info", -1,
         QStringLiteral("cpu_model=\"%1\",corebench_sha256=\"%2\"")

@@ -52,6 +52,8 @@ TEST(Drift, ChangePointsOfSeries) {
         {"two runs", {100, 90}, {}},
         {"zero variance each side", series({{3, 100}, {3, 80}}), {{3, DriftDirection::Down}}},
         {"not finite", {nan, 100, nan, 100, 90, nan, 90, 90}, {}},
+        {"down to 0 PS", series({{30, 100}, {3, 0}}, 0.02), {{30, DriftDirection::Down}}},
+        {"up from 0 PS", series({{30, 0}, {3, 100}}, 0.02), {{30, DriftDirection::Up}}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -62,7 +64,6 @@ TEST(Drift, ChangePointsOfSeries) {
             EXPECT_EQ(found[k].direction, c.changes[k].direction);
             EXPECT_LE(found[k].pValue, 0.001);
             EXPECT_GE(found[k].runsAfter, 3);
-            EXPECT_NEAR(found[k].ratio, found[k].medianAfter / found[k].medianBefore, 1e-12);
             EXPECT_GE(std::fabs(found[k].ratio - 1), 0.02);
         }
     }
@@ -72,7 +73,100 @@ TEST(Drift, ChangePointsOfSeries) {
     EXPECT_EQ(step.runsAfter, 5);
     EXPECT_DOUBLE_EQ(step.medianBefore, 100);
     EXPECT_DOUBLE_EQ(step.medianAfter, 90);
+    EXPECT_DOUBLE_EQ(step.ratio, 0.9);
     EXPECT_DOUBLE_EQ(step.pValue, 0);
+}
+
+// The changes of the newest window, from the level before the first to the level since the
+// latest, are the current drift while the newest runs still show them. Before it, 25 runs around
+// 400 (spread 1 %); the runs after it are written out.
+TEST(Drift, CurrentChangeOfSeries) {
+    auto after = [](std::vector<double> tail) {
+        std::vector<double> scores;
+        for (int i = 0; i < 25; ++i) {
+            scores.push_back(400 * (1 + 0.01 * ((i * 3) % 5 - 2) / 2));
+        }
+        scores.insert(scores.end(), tail.begin(), tail.end());
+        return scores;
+    };
+    auto level = [&](int runs, double score) {
+        std::vector<double> tail;
+        for (int i = 0; i < runs; ++i) {
+            tail.push_back(score * (1 + 0.01 * ((i * 2) % 5 - 2) / 2));
+        }
+        return after(tail);
+    };
+    const std::vector<double> dip = {363, 367, 362, 356};
+    auto dipThen = [&](std::vector<double> since) {
+        std::vector<double> tail = dip;
+        tail.insert(tail.end(), since.begin(), since.end());
+        return after(tail);
+    };
+    const struct {
+        const char* name;
+        std::vector<double> scores;
+        int changes;   // change points found
+        int current;   // index of the current one, -1 for none
+        double ratio;  // its ratio
+    } cases[] = {
+        {"drop, 3 runs after", level(3, 360), 1, 25, 0.9},
+        {"drop, 50 runs after: still in the newest window", level(50, 360), 1, 25, 0.9},
+        {"drop, 51 runs after: history", level(51, 360), 1, -1, 0},
+        {"3 % drop, the newer half back within 2 %",
+         after({387, 388, 386, 387, 387, 393, 394, 393, 392, 393}), 1, -1, 0},
+        {"dip, back since", dipThen({399, 368, 403, 399, 394, 402}), 1, -1, 0},
+        {"dip, most of the way back", dipThen({389, 368, 391, 389, 384, 392}), 1, -1, 0},
+        {"dip, the way back found", dipThen({400, 404, 398, 401, 399, 402}), 2, -1, 0},
+        {"dip, part of the way back found: the rest", dipThen({389, 375, 391, 389, 384, 388}), 2,
+         25, 0.9675},
+        {"dip, still low", dipThen({369, 358, 363, 361, 364, 362}), 1, 25, 0.9063},
+        {"drop in two steps", after({280, 282, 279, 281, 280, 268, 270, 267, 269, 268}), 2, 25,
+         0.67},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const std::vector<ChangePoint> found = findChangePoints(c.scores);
+        ASSERT_EQ(found.size(), static_cast<size_t>(c.changes));
+        EXPECT_EQ(found[0].index, 25);
+        EXPECT_EQ(found[0].direction, DriftDirection::Down);
+        const std::optional<ChangePoint> current = currentChange(c.scores, found);
+        EXPECT_EQ(current ? current->index : -1, c.current);
+        if (current) {
+            EXPECT_NEAR(current->ratio, c.ratio, 0.00005);
+        }
+    }
+    EXPECT_FALSE(currentChange({}, {}));
+}
+
+// DRIFT=X drains on a drop of 0.8 X, seen in 5 runs after it, three quarters of them X / 2 low.
+TEST(Drift, DrainsOnDriftAtItsBounds) {
+    ChangePoint drop;
+    drop.direction = DriftDirection::Down;
+    drop.runsAfter = 5;
+    drop.medianBefore = 100;
+    drop.ratio = 0.92;
+    drop.upperQuartileAfter = 95;
+    const struct {
+        const char* name;
+        void (*change)(ChangePoint&);
+        double fraction;
+        bool drains;
+    } cases[] = {
+        {"at every bound", [](ChangePoint&) {}, 0.1, true},
+        {"a smaller setting", [](ChangePoint&) {}, 0.05, true},
+        {"a drop just short of 0.8 X", [](ChangePoint& c) { c.ratio = 0.9201; }, 0.1, false},
+        {"4 runs after", [](ChangePoint& c) { c.runsAfter = 4; }, 0.1, false},
+        {"a quarter of the runs and one more above X / 2",
+         [](ChangePoint& c) { c.upperQuartileAfter = 95.01; }, 0.1, false},
+        {"a rise", [](ChangePoint& c) { c.direction = DriftDirection::Up; }, 0.1, false},
+        {"0.05 in binary", [](ChangePoint& c) { c.ratio = 0.96, c.upperQuartileAfter = 97.5; },
+         0.05, true},
+    };
+    for (const auto& c : cases) {
+        ChangePoint drift = drop;
+        c.change(drift);
+        EXPECT_EQ(drainsOnDrift(drift, c.fraction), c.drains) << c.name;
+    }
 }
 
 TEST(Drift, SegmentsEndWhereTheConfigurationChanges) {
@@ -109,7 +203,7 @@ TEST(Drift, SegmentsEndWhereTheConfigurationChanges) {
         const DriftSegment& last = segments.back();
         EXPECT_EQ(last.firstRun + last.runs, 34);
         EXPECT_EQ(last.lastStartedAt, runs[0].startedAt);
-        const std::optional<ChangePoint> latest = latestDrift(segments);
+        const std::optional<ChangePoint> latest = currentDrift(segments);
         if (c.segments == 2) {
             EXPECT_EQ(last.firstRun, 30);
             EXPECT_EQ(segments[0].corebenchSha256, QString("aa"));
@@ -121,7 +215,7 @@ TEST(Drift, SegmentsEndWhereTheConfigurationChanges) {
             EXPECT_EQ(latest->direction, DriftDirection::Down);
         }
     }
-    EXPECT_FALSE(latestDrift(driftSegments({})));
+    EXPECT_FALSE(currentDrift(driftSegments({})));
 }
 
 }  // namespace

@@ -389,26 +389,63 @@ TEST(NodeVerdict, DecidesFromTheSummaryAndNewerOwnRecords) {
 }
 
 // With a drift setting, a drop in the node's own runs drains it, however it compares with its
-// group.
+// group: 3 % (its ratio 0.9701) drains at a setting of 0.037 (0.8 of it 2.96 %), not 0.038.
 TEST(NodeVerdict, DrainsOnOwnDriftOnlyWhenAsked) {
     const Compared compared =
         compareThroughJson({node("n1", 100), node("n2", 101), node("n3", 99)});
     ASSERT_TRUE(compared.summary);
-    std::vector<LoadedRecord> own;  // 40 runs at 100, then 10 at 97, hourly from 2 November
-    for (int i = 0; i < 50; ++i) {
-        own.push_back(node("n1", (i < 40 ? 100 : 97) + (i % 2 ? 0.3 : -0.3)));
-        own.back().record.startedAt =
-            QDateTime(QDate(2026, 11, 2), QTime(0, 0), Qt::UTC).addSecs(3600 * i);
-    }
-    const std::pair<std::optional<double>, const char*> table[] = {
-        {{}, "healthy: All 97.300 PS"},
-        {0.05, "healthy: All 97.300 PS"},
-        {0.03, "drain: drift: -3.3% since 2026-11-03 (p < 0.0001)"},
+    const struct {
+        int runsAfter;  // after 40 runs at 100, at 97, hourly from 2 November
+        std::optional<double> drift;
+        const char* line;
+    } table[] = {
+        {10, {}, "healthy: All 97.300 PS"},
+        {10, 0.038, "healthy: All 97.300 PS"},
+        {10, 0.037, "drain: drift: -3.0% since 2026-11-03 (p < 0.0001)"},
+        {5, 0.037, "drain: drift: -3.0% since 2026-11-03 (p < 0.0001)"},
+        {4, 0.01, "healthy: All 97.300 PS"},  // flagged by compare from 3 runs, drained from 5
     };
-    for (const auto& [drift, line] : table) {
-        CheckRequest request{"n1", "All", {}, {}, "", "/records", {}, drift, "/records"};
+    for (const auto& row : table) {
+        std::vector<LoadedRecord> own;
+        for (int i = 0; i < 40 + row.runsAfter; ++i) {
+            own.push_back(node("n1", (i < 40 ? 100 : 97) + (i % 2 ? 0.3 : -0.3)));
+            own.back().record.startedAt =
+                QDateTime(QDate(2026, 11, 2), QTime(0, 0), Qt::UTC).addSecs(3600 * i);
+        }
+        CheckRequest request{"n1", "All", {}, {}, "", "/records", {}, row.drift, "/records"};
         const QString got = decideNode(*compared.summary, own, request).line;
-        EXPECT_TRUE(got.startsWith(QLatin1String(line))) << got.toStdString();
+        EXPECT_TRUE(got.startsWith(QLatin1String(row.line))) << got.toStdString();
+    }
+}
+
+// A node alone in its group whose last 5 runs scored 0 PS drains with a drift setting, as one
+// whose runs fell to 0.5 PS does; 5 runs without a score are no fall, and no drift.
+TEST(NodeVerdict, ZeroScoreIsAFallAMissingOneIsNot) {
+    const struct {
+        std::optional<double> last;
+        std::optional<double> drift;
+        const char* line;
+    } table[] = {
+        {0.0, 0.05, "drain: drift: -100.0% since 2026-11-03"},
+        {0.5, 0.05, "drain: drift: -99.5% since 2026-11-03"},
+        {std::nullopt, 0.05, "healthy: All no score PS"},
+        {0.0, {}, "healthy: All 0.000 PS"},
+    };
+    for (const auto& row : table) {
+        std::vector<LoadedRecord> own;  // hourly from noon on 2 November
+        for (int i = 0; i < 25; ++i) {
+            own.push_back(node("n1", 100 + (i % 2 ? 0.3 : -0.3)));
+            own.back().record.startedAt =
+                QDateTime(QDate(2026, 11, 2), QTime(12, 0), Qt::UTC).addSecs(3600 * i);
+            if (i >= 20) {
+                own.back().record.psResult = row.last;
+            }
+        }
+        const Compared alone = compareThroughJson({own.back()});
+        ASSERT_TRUE(alone.summary);
+        CheckRequest request{"n1", "All", {}, {}, "", "/records", {}, row.drift, "/records"};
+        const QString got = decideNode(*alone.summary, own, request).line;
+        EXPECT_TRUE(got.startsWith(QLatin1String(row.line))) << got.toStdString();
     }
 }
 

@@ -424,6 +424,9 @@ corebench_run_duration_seconds{test="SingleSpeed"} 6
 # TYPE corebench_run_disturbed gauge
 # HELP corebench_baseline_score_ps Median score (PS) of the node's last 20 earlier runs of the test in the same configuration; from 3 such runs on.
 # TYPE corebench_baseline_score_ps gauge
+# HELP corebench_drift_ratio Level of the node's runs of the test since its current drift over the level before it, found in its own records as compare finds it; 1 when they show no current drop.
+# TYPE corebench_drift_ratio gauge
+corebench_drift_ratio{test="SingleSpeed"} 1
 # HELP corebench_info The CPU and corebench binary of the latest run; always 1.
 # TYPE corebench_info gauge
 corebench_info{cpu_model=")" +

@@ -20,11 +20,11 @@ Record record(const QString& test, double ps) {
 
 TEST(PromExport, WritesEverySeriesWithHelpAndType) {
     const QByteArray single =  // kept
-        "corebench_baseline_score_ps{test=\"Single\"} 6\ncorebench_run_disturbed{test=\"Single\"} "
-        "0\n";
+        "corebench_baseline_score_ps{test=\"Single\"} 6\ncorebench_drift_ratio{test=\"Single\"} "
+        "1\ncorebench_run_disturbed{test=\"Single\"} 0\n";
     Record all = record("All", 25.5);
     all.disturbed = QStringList{"steal 4.1% of the run"};
-    EXPECT_EQ(QString::fromUtf8(promText(all, 24.75, single)),
+    EXPECT_EQ(QString::fromUtf8(promText(all, 24.75, single, 0.9375)),
               R"(# HELP corebench_score_ps Score (PS) of the latest corebench run of the test.
 # TYPE corebench_score_ps gauge
 corebench_score_ps{test="All"} 25.5
@@ -46,6 +46,10 @@ corebench_run_disturbed{test="Single"} 0
 # TYPE corebench_baseline_score_ps gauge
 corebench_baseline_score_ps{test="All"} 24.75
 corebench_baseline_score_ps{test="Single"} 6
+# HELP corebench_drift_ratio Level of the node's runs of the test since its current drift over the level before it, found in its own records as compare finds it; 1 when they show no current drop.
+# TYPE corebench_drift_ratio gauge
+corebench_drift_ratio{test="All"} 0.9375
+corebench_drift_ratio{test="Single"} 1
 # HELP corebench_info The CPU and corebench binary of the latest run; always 1.
 # TYPE corebench_info gauge
 corebench_info{cpu_model="AMD EPYC 7543",corebench_sha256="ab12"} 1

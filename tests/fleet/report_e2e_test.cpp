@@ -20,24 +20,32 @@
 
 namespace {
 
-// Planted series: 40 runs at a level, then `after` runs changed by `change`, 1 % noise.
+// Planted series: 40 runs at a level, then `after` runs changed by `change`, 1 % noise; or the
+// scores of kDip.
 struct Series {
     const char* host;
     double level;
     double change;
     int after;
     const char* cpuModelAfter;  // null: the same CPU
+    const char* cpuModel;       // of every run, null: the captured log's
     const char* flagged;        // the CSV's flagged field, then the start of its reason
     const char* drift;          // its drift_at and drift_ratio to 2 places, "," when none
 };
 const Series kSeries[] = {
-    {"steady", 400, 0, 0, nullptr, "no,,", ","},
-    {"dropped", 400, -0.06, 10, nullptr, "yes,drift: -6.", "2026-02-10T00:00:00Z,0.94"},
-    {"risen", 400, 0.06, 10, nullptr, "no,,", "2026-02-10T00:00:00Z,1.06"},
-    {"rebuilt", 400, -0.3, 10, "Other CPU", "no,,", ","},
-    {"slow", 300, 0, 0, nullptr, "yes,score at", ","},
-    {"odd", 401, 0, 40, "<i>odd</i>&CPU", "no,,", ","},
+    {"steady", 400, 0, 0, nullptr, nullptr, "no,,", ","},
+    {"dropped", 400, -0.06, 10, nullptr, nullptr, "yes,drift: -6.", "2026-02-10T00:00:00Z,0.94"},
+    {"risen", 400, 0.06, 10, nullptr, nullptr, "no,,", "2026-02-10T00:00:00Z,1.06"},
+    {"rebuilt", 400, -0.3, 10, "Other CPU", nullptr, "no,,", ","},
+    {"slow", 300, 0, 0, nullptr, nullptr, "yes,score at", ","},
+    {"odd", 401, 0, 40, "<i>odd</i>&CPU", nullptr, "no,,", ","},
+    {"longago", 400, -0.06, 60, nullptr, "Old CPU", "no,,", ","},  // history, not current
+    {"dipped", 0, 0, 0, nullptr, "Dip CPU", "no,,", ","},
 };
+// 25 runs around 400, 4 runs 10 % low, 6 back: the dip is a change point, its end is not one.
+const double kDip[] = {400, 403, 398, 401, 396, 400, 403, 398, 401, 396, 400, 403,
+                       398, 401, 396, 400, 403, 398, 401, 396, 400, 403, 398, 401,
+                       396, 363, 367, 362, 356, 399, 368, 403, 399, 394, 402};
 
 class FleetReport : public ::testing::Test {
   protected:
@@ -56,13 +64,20 @@ class FleetReport : public ::testing::Test {
         QDir().mkpath(path("records"));
         for (const Series& series : kSeries) {
             QJsonObject record = pattern;
-            for (int i = 0; i < 40 + series.after; ++i) {
+            const int runs =
+                series.level > 0 ? 40 + series.after : static_cast<int>(std::size(kDip));
+            for (int i = 0; i < runs; ++i) {
                 const bool after = i >= 40;
                 const QDateTime started(QDate(2026, 1, 1).addDays(i), QTime(0, 0), Qt::UTC);
                 record["host"] = series.host;
                 record["started_at"] = started.toString(Qt::ISODate);
                 record["ps_result"] =
-                    series.level * (after ? 1 + series.change : 1) * (1 + noise(random));
+                    series.level > 0
+                        ? series.level * (after ? 1 + series.change : 1) * (1 + noise(random))
+                        : kDip[i];
+                if (series.cpuModel) {
+                    record["cpu_model"] = series.cpuModel;
+                }
                 if (after && series.cpuModelAfter) {
                     record["cpu_model"] = series.cpuModelAfter;
                 }
@@ -110,6 +125,8 @@ TEST_F(FleetReport, HistoryListsRunsSegmentsAndChanges) {
     const std::tuple<QStringList, int, const char*> cases[] = {
         {{"dropped"}, 0, "  2026-02-10T00:00:00Z     37"},
         {{"dropped"}, 0, "change: -6."},
+        {{"longago"}, 0, "change: -6."},
+        {{"dipped"}, 0, "  2026-01-26T00:00:00Z     363.000        1  import  change: -"},
         {{"rebuilt", "--test", "SingleSpeed"}, 0, "segment 2: Other CPU, 2 logical CPUs"},
         {{"rebuilt", "--format", "csv"}, 0, "\nrebuilt,SingleSpeed,2026-02-10T00:00:00Z,"},
         {{"risen", "--format", "json"}, 0, "\"direction\": \"up\""},
@@ -343,7 +360,7 @@ TEST_F(FleetReport, HtmlPageLoadsOfflineInChromium) {
             .hasMatch())
         << measured.body.toStdString();
     expectJsonHas(measured.figures,
-                  R"({"overlaps": 0, "scrollWidth": 1280, "viewportWidth": 1280, "marks": 7,
+                  R"({"overlaps": 0, "scrollWidth": 1280, "viewportWidth": 1280, "marks": 9,
                       "flaggedMarks": 2, "named": 2, "listed": 0, "disturbedMarks": 1,
                       "disturbedFill": "none", "disturbedRows": ["busy"]})");
     expectTableMatchesCsv(measured.figures["table"].toObject(),
@@ -353,7 +370,8 @@ TEST_F(FleetReport, HtmlPageLoadsOfflineInChromium) {
                                     {"--screenshot=" + path("report.png")}, "report.html");
     ASSERT_EQ(shot.status, 0) << shot.err.toStdString();
     EXPECT_GE(distinctImageBytes(readFile(path("report.png"))), 64u);
-    EXPECT_EQ(readFile(path("report.html")).count("class=\"change\""), 2);  // dropped and risen
+    // The charts of dropped, risen and dipped (its dip is over, but recent); not longago's.
+    EXPECT_EQ(readFile(path("report.html")).count("class=\"change\""), 3);
 }
 
 // A farm of 1,000 nodes, most in four CPU models, every third slow (from half the median up), host

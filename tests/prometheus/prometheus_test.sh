@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
 # The shipped Prometheus rules against Prometheus' own tools. "rules RULES": promtool checks them
 # and runs corebench-rules.test.yml. "alerts RULES COREBENCH_FLEET LOG_DIR": three node exporters
-# serve what corebench-fleet imported from captured logs, one node's scores cut to 15 PS after
-# three earlier runs at its old score, and a Prometheus server with RULES ("for" cut to 2 s) must
-# alert CorebenchNodeSlow and CorebenchNodeDrift for that node alone. Servers listen on free
-# loopback ports, keep their files in a temporary folder and are stopped by PID; every wait is
-# bounded. A missing tool skips (77), or fails under COREBENCH_REQUIRE_PROMETHEUS=1.
+# serve what corebench-fleet imported from captured logs, one node's scores cut to 15 PS for its
+# last three runs after three at its old score, and a Prometheus server with RULES ("for" cut to
+# 2 s) must alert CorebenchNodeSlow and CorebenchNodeDrift for that node alone. Servers listen on
+# free loopback ports, keep their files in a temporary folder and are stopped by PID; every wait
+# is bounded. A missing tool skips (77), or fails under COREBENCH_REQUIRE_PROMETHEUS=1.
 set -euo pipefail
 mode=$1
 rules=$(readlink -f "$2")
@@ -72,11 +72,18 @@ cp "$data/singlespeed-divider1.log" "$tmp/logs/node1.log"         # 22.444 PS
 cp "$data/singlespeed-divider-negative.log" "$tmp/logs/node2.log" # 24.488 PS
 sed -e 's/10\.753/7.5/g' -e 's/PS_Result: 21\.505/PS_Result: 15/' "$data/singlespeed-plain.log" \
   >"$tmp/logs/node3.log"
-for age in 3 2 1; do # node3's earlier runs at 21.505 PS: no baseline until the fourth run
-  cp "$data/singlespeed-plain.log" "$tmp/node3.$age" && touch -d "$age days ago" "$tmp/node3.$age"
+# node3's earlier runs: three at 21.505 PS (no baseline until the fourth run), then two cut to
+# 15 PS, too few for a drift: the one imported below is the third, and the drift is found.
+for age in 5 4 3 2 1; do
+  log=$data/singlespeed-plain.log
+  [ $age -gt 2 ] || log=$tmp/logs/node3.log
+  cp "$log" "$tmp/node3.$age" && touch -d "$age days ago" "$tmp/node3.$age"
   timeout 30 "$fleet" import --out "$tmp/records" --prom "$tmp/prom3" "$tmp/node3.$age" \
     2>/dev/null || fail "corebench-fleet import node3.$age"
-  ! grep -q ^corebench_baseline "$tmp/prom3/corebench.prom" || fail "a baseline of 2 runs"
+  [ $age -lt 3 ] || ! grep -q ^corebench_baseline "$tmp/prom3/corebench.prom" ||
+    fail "a baseline of fewer than 3 runs"
+  grep -qx 'corebench_drift_ratio{test="SingleSpeed"} 1' "$tmp/prom3/corebench.prom" ||
+    fail "a drift of fewer than 3 runs: $(cat "$tmp/prom3/corebench.prom")"
 done
 targets=()
 for n in 1 2 3; do
@@ -87,8 +94,9 @@ for n in 1 2 3; do
   targets+=("\"$addr\"")
 done
 grep -qx 'corebench_score_ps{test="SingleSpeed"} 15' "$tmp/prom3/corebench.prom" &&
-  grep -qx 'corebench_baseline_score_ps{test="SingleSpeed"} 21.505' "$tmp/prom3/corebench.prom" ||
-  fail "node3's score and baseline are not 15 and 21.505: $(cat "$tmp/prom3/corebench.prom")"
+  grep -qx 'corebench_baseline_score_ps{test="SingleSpeed"} 21.505' "$tmp/prom3/corebench.prom" &&
+  grep -qx 'corebench_drift_ratio{test="SingleSpeed"} 0\.6975[0-9]*' "$tmp/prom3/corebench.prom" ||
+  fail "node3's series are not 15, 21.505 and 15/21.505: $(cat "$tmp/prom3/corebench.prom")"
 slow=${targets[2]//\"/}
 
 sed -E 's/^( *for:).*/\1 2s/' "$rules" >"$tmp/rules.yml"

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # The Task Scheduler recipe as Windows reads it: the task is well-formed XML whose settings run it
 # every 6 hours only while the computer is idle, not stopped when work comes, and starts the batch
-# file; the batch file has CRLF line ends (cmd.exe misreads LF-only files) and runs
-# corebench-fleet.exe run with the records and .prom settings. The batch file itself runs under
+# file with the settings as arguments; the batch file has CRLF line ends (cmd.exe misreads LF-only
+# files) and runs corebench-fleet.exe run with them. The batch file itself runs under
 # Wine in scripts/test's windows stage. Without xmllint it is skipped (77).
 #
 # Usage: task_test.sh CONTRIB_WINDOWS_DIR
@@ -25,7 +25,8 @@ xmllint --noout "$task" || fail "$task is not well-formed XML"
 for check in Settings/RunOnlyIfIdle=true Settings/IdleSettings/StopOnIdleEnd=false \
   Settings/MultipleInstancesPolicy=IgnoreNew Triggers/CalendarTrigger/Repetition/Interval=PT6H \
   Triggers/CalendarTrigger/Repetition/Duration=P1D Principals/Principal/UserId=S-1-5-18 \
-  'Actions/Exec/Command=C:\corebench\corebench-task.cmd'; do
+  'Actions/Exec/Command="C:\Program Files\corebench\corebench-task.cmd"' \
+  'Actions/Exec/Arguments=\\fileserver\corebench\records "C:\Program Files\windows_exporter\textfile_inputs" All'; do
   path="/*[local-name()='Task']"
   for step in $(tr / ' ' <<<"${check%%=*}"); do
     path="$path/*[local-name()='$step']"
@@ -38,8 +39,8 @@ if [ "$(grep -c $'\r$' "$batch")" -ne "$(wc -l <"$batch")" ] ||
   [ "$(tail -c 2 "$batch" | od -An -tx1 | tr -d ' ')" != 0d0a ]; then
   fail "$batch has a line without CRLF"
 fi
-grep -qF '"%~dp0corebench-fleet.exe" run --out "%COREBENCH_RECORDS%" --prom "%COREBENCH_PROM%" -- %COREBENCH_TEST%' "$batch" ||
-  fail "$batch does not run corebench-fleet.exe beside it with the settings"
+grep -qF '"%~dp0corebench-fleet.exe" run --out "%~1" --prom "%~2" -- %3 ' "$batch" ||
+  fail "$batch does not run corebench-fleet.exe beside it with the task's arguments"
 
 if [ "$failures" -ne 0 ]; then
   echo "$failures check(s) of the Task Scheduler recipe failed"
