@@ -25,12 +25,31 @@ string(JOIN "\n" CPACK_PACKAGE_DESCRIPTION
   "on slow, drifting and stale nodes.")
 set(CPACK_PACKAGE_FILE_NAME "${PROJECT_NAME}-${PROJECT_VERSION}-${CMAKE_SYSTEM_NAME}-${CMAKE_SYSTEM_PROCESSOR}")
 set(CPACK_STRIP_FILES ON)
+set(CPACK_PROJECT_CONFIG_FILE ${CMAKE_CURRENT_LIST_DIR}/cpack_project.cmake)
+set(CPACK_COREBENCH_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
 if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
   set(CPACK_GENERATOR DEB RPM TGZ)
 elseif(WIN32)
   # A .zip to unpack anywhere on a node: the programs beside the DLLs they load.
   set(CPACK_GENERATOR ZIP)
   include(${CMAKE_CURRENT_LIST_DIR}/windows_runtime.cmake)
+  # And an .msi of the same files for Program Files, made from the .zip by cmake/msi.cmake with
+  # wixl, as CPack has no generator for it: `cmake --build BUILD --target msi` makes both in
+  # BUILD/packages.
+  set(corebench_packages ${CMAKE_BINARY_DIR}/packages)
+  add_custom_target(msi
+    COMMAND ${CMAKE_COMMAND} -E remove_directory ${corebench_packages}
+    COMMAND ${CMAKE_CPACK_COMMAND} --config ${CMAKE_BINARY_DIR}/CPackConfig.cmake
+            -B ${corebench_packages}
+    COMMAND ${CMAKE_COMMAND} -DZIP=${corebench_packages}/${CPACK_PACKAGE_FILE_NAME}.zip
+            -DOUTPUT=${corebench_packages}/${CPACK_PACKAGE_FILE_NAME}.msi
+            -DVERSION=${PROJECT_VERSION} -DVENDOR=${CPACK_PACKAGE_VENDOR}
+            -DSUMMARY=${CPACK_PACKAGE_DESCRIPTION_SUMMARY} -P ${CMAKE_CURRENT_LIST_DIR}/msi.cmake
+    VERBATIM)
+  add_dependencies(msi corebench)
+  if(TARGET corebench-fleet)
+    add_dependencies(msi corebench-fleet)
+  endif()
 else()
   set(CPACK_GENERATOR TGZ)
 endif()
@@ -50,5 +69,7 @@ set(CPACK_RPM_PACKAGE_AUTOREQ ON)
 # Build-id links only help with a debuginfo package, which there is not; without them the
 # package owns no directories under /usr/lib.
 set(CPACK_RPM_SPEC_MORE_DEFINE "%define _build_id_links none")
+# systemd's folders are systemd's: the package owns its units, not the folders they go in.
+set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION /usr/lib/systemd /usr/lib/systemd/system)
 
 include(CPack)

@@ -60,3 +60,7 @@ install(CODE "
     endif()
   endforeach()
 ")
+
+# glibm.dll is LGPL-2.1-or-later: the source it was built from goes with it, glibc's files with the
+# licence and the folder that builds it, so that anyone can build it again, changed, and replace it.
+install(DIRECTORY "${COREBENCH_WINDOWS_GLIBM}/source/" DESTINATION glibm-source)

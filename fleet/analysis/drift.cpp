@@ -1,7 +1,6 @@
 #include "drift.h"
 
 #include <algorithm>
-#include <boost/math/distributions/students_t.hpp>
 #include <cmath>
 #include <iterator>
 #include <limits>
@@ -34,18 +33,6 @@
 
 namespace {
 
-namespace policies = boost::math::policies;
-// No Boost.Math function may throw or set errno: out-of-range arguments give a value the callers
-// check (a p-value that is not finite counts as 1).
-using QuietPolicy = policies::policy<policies::domain_error<policies::ignore_error>,
-                                     policies::pole_error<policies::ignore_error>,
-                                     policies::overflow_error<policies::ignore_error>,
-                                     policies::underflow_error<policies::ignore_error>,
-                                     policies::denorm_error<policies::ignore_error>,
-                                     policies::evaluation_error<policies::ignore_error>,
-                                     policies::rounding_error<policies::ignore_error>,
-                                     policies::indeterminate_result_error<policies::ignore_error>>;
-
 // A split needs two runs on each side for E-Divisive's within-side distances. Pruning asks for
 // minRuns; a candidate with fewer runs after it is dropped until more runs come, so a noiseless
 // step is found at its real place once enough runs follow it (instead of one run early, with a
@@ -60,82 +47,19 @@ double medianOf(const double* first, int count) {
     return median(std::vector<double>(first, first + count));
 }
 
-double meanOf(const double* first, int count) {
-    double sum = 0;
-    for (int i = 0; i < count; ++i) {
-        sum += first[i];
-    }
-    return sum / count;
-}
-
-double squaredDeviations(const double* first, int count, double mean) {
-    double sum = 0;
-    for (int i = 0; i < count; ++i) {
-        sum += (first[i] - mean) * (first[i] - mean);
-    }
-    return sum;
-}
-
-// Two-sided p-value of Student's t-test (pooled variance) that a and b have the same mean; 1 when
-// it cannot be computed.
-double tTestPValue(const double* a, int countA, const double* b, int countB) {
-    if (countA < 1 || countB < 1 || countA + countB < 3) {
-        return 1;
-    }
-    const double meanA = meanOf(a, countA);
-    const double meanB = meanOf(b, countB);
-    const double degrees = countA + countB - 2;
-    const double pooled =
-        (squaredDeviations(a, countA, meanA) + squaredDeviations(b, countB, meanB)) / degrees;
-    if (!std::isfinite(pooled)) {
-        return 1;
-    }
-    if (!(pooled > 0)) {
-        // No spread at all: the sides differ for certain, or not at all.
-        return meanA == meanB ? 1 : 0;
-    }
-    const double t = std::fabs(meanA - meanB) / std::sqrt(pooled * (1.0 / countA + 1.0 / countB));
-    if (!std::isfinite(t)) {
-        return std::isnan(t) ? 1 : 0;
-    }
-    const boost::math::students_t_distribution<double, QuietPolicy> student(degrees);
-    const double p = 2 * boost::math::cdf(boost::math::complement(student, t));
-    return std::isfinite(p) ? std::clamp(p, 0.0, 1.0) : 1;
-}
-
-// The split of x[lo, hi) with the largest E-Divisive q-hat, each side at least kMinSplitSide long;
-// -1 when the range is too short. With X the m runs before a split and Y the n after it,
-//   q = m n / (m + n) * (2 mean|X - Y| - mean|X - X'| - mean|Y - Y'|),
-// the means over all pairs across and within the sides. The pairwise sums are updated as the
-// split moves one run to the right, so a range of n runs costs O(n^2).
+// The split of x[lo, hi) with the largest E-Divisive q-hat (eDivisiveQHat), each side at least
+// kMinSplitSide long; -1 when the range is too short. The pairwise sums are updated as the split
+// moves one run to the right, so a range of n runs costs O(n^2).
 int bestSplit(const std::vector<double>& x, int lo, int hi) {
     if (hi - lo < 2 * kMinSplitSide) {
         return -1;
     }
     const int first = lo + kMinSplitSide;
-    double withinBefore = 0;  // sum of |x_i - x_j| over pairs in [lo, split)
-    double withinAfter = 0;   // over pairs in [split, hi)
-    double across = 0;        // over pairs with one run on each side
-    for (int i = lo; i < hi; ++i) {
-        for (int j = i + 1; j < hi; ++j) {
-            const double d = std::fabs(x[i] - x[j]);
-            if (j < first) {
-                withinBefore += d;
-            } else if (i >= first) {
-                withinAfter += d;
-            } else {
-                across += d;
-            }
-        }
-    }
+    SplitDistances sums = splitDistances(x, lo, first, hi);
     int best = -1;
     double bestQ = 0;
     for (int split = first; split <= hi - kMinSplitSide; ++split) {
-        const double m = split - lo;
-        const double n = hi - split;
-        const double q = m * n / (m + n) *
-                         (2 * across / (m * n) - withinBefore / (m * (m - 1) / 2) -
-                          withinAfter / (n * (n - 1) / 2));
+        const double q = eDivisiveQHat(sums, split - lo, hi - split);
         if (best < 0 || q > bestQ) {
             best = split;
             bestQ = q;
@@ -152,9 +76,9 @@ int bestSplit(const std::vector<double>& x, int lo, int hi) {
         for (int j = split + 1; j < hi; ++j) {
             toAfter += std::fabs(x[split] - x[j]);
         }
-        withinBefore += toBefore;
-        withinAfter -= toAfter;
-        across += toAfter - toBefore;
+        sums.withinBefore += toBefore;
+        sums.withinAfter -= toAfter;
+        sums.across += toAfter - toBefore;
     }
     return best;
 }
@@ -165,7 +89,9 @@ int bestSplit(const std::vector<double>& x, int lo, int hi) {
 void collectCandidates(const std::vector<double>& x, int lo, int hi, double maxPValue,
                        std::vector<int>* out) {
     const int split = bestSplit(x, lo, hi);
-    if (split < 0 || tTestPValue(&x[lo], split - lo, &x[split], hi - split) > maxPValue) {
+    if (split < 0 ||
+        tTestPValue(std::vector<double>(x.begin() + lo, x.begin() + split),
+                    std::vector<double>(x.begin() + split, x.begin() + hi)) > maxPValue) {
         return;
     }
     out->push_back(split);
@@ -183,8 +109,8 @@ ChangePoint measureSides(const std::vector<double>& x, int begin, int at, int fr
     if (change.runsBefore < 1 || change.runsAfter < 1) {
         return change;
     }
-    const std::vector<double> before(&x[begin], &x[at]);
-    const std::vector<double> after(&x[from], &x[end]);
+    const std::vector<double> before(x.begin() + begin, x.begin() + at);
+    const std::vector<double> after(x.begin() + from, x.begin() + end);
     change.medianBefore = median(before);
     change.medianAfter = median(after);
     std::vector<double> sorted = after;
@@ -197,7 +123,7 @@ ChangePoint measureSides(const std::vector<double>& x, int begin, int at, int fr
     } else {
         change.ratio = shift > 0 ? std::numeric_limits<double>::infinity() : 1;
     }
-    change.pValue = tTestPValue(&x[begin], change.runsBefore, &x[from], change.runsAfter);
+    change.pValue = tTestPValue(before, after);
     change.direction = change.ratio < 1 ? DriftDirection::Down : DriftDirection::Up;
     return change;
 }

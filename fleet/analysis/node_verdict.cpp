@@ -6,6 +6,7 @@
 
 #include "compare_drift.h"
 #include "record_files.h"
+#include "statistics.h"
 #include "test_names.h"
 
 namespace {
@@ -221,7 +222,7 @@ bool needsOlderRecords(const std::vector<LoadedRecord>& newestFirst, const Check
     // configuration (CPU model or count) than the newest scored one lies before the current
     // configuration began.
     const auto scored = [](const Record& record) {
-        return record.psResult && *record.psResult > 0 && !isDisturbed(record);
+        return record.psResult && isUsableScore(*record.psResult) && !isDisturbed(record);
     };
     const auto newest =
         std::find_if(newestFirst.begin(), newestFirst.end(),

@@ -54,6 +54,15 @@ QString chosenFormat(const QCommandLineParser& parser, const QStringList& format
     return QString();
 }
 
+bool folderOption(const QCommandLineParser& parser, const QString& name, QString* folder) {
+    *folder = parser.value(name);
+    if (folder->isEmpty() && parser.isSet(name)) {
+        printMessage(QStringLiteral("--%1 is empty: it must name a folder").arg(name));
+        return false;
+    }
+    return true;
+}
+
 void addRecordPaths(QCommandLineParser& parser) {
     parser.addPositionalArgument(QStringLiteral("PATH"),
                                  QStringLiteral("Records, or folders of them."),

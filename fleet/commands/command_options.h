@@ -22,6 +22,10 @@ void addFormatOption(QCommandLineParser& parser, const QStringList& formats);
 // The format asked for; empty, after naming the known ones, when it is none of them.
 QString chosenFormat(const QCommandLineParser& parser, const QStringList& formats);
 
+// The folder an option names (its default when not given); false, after saying so, when it was
+// given empty, as an unset setting on a service's command line gives it.
+bool folderOption(const QCommandLineParser& parser, const QString& name, QString* folder);
+
 // The PATH... argument of the commands that read records.
 void addRecordPaths(QCommandLineParser& parser);
 

@@ -10,8 +10,8 @@ struct StatusMeaning {
 };
 
 const StatusMeaning kMeanings[] = {
-    {kStatusOk, "done; compare: no node flagged; check: healthy"},
-    {kStatusFlagged, "compare: a node flagged; check: drain the node"},
+    {kStatusOk, "done; compare: no node flagged; check: healthy; idle: the node is idle"},
+    {kStatusFlagged, "compare: a node flagged; check: drain the node; idle: the node is busy"},
     {kStatusUsage,
      "called wrong: an unknown or malformed option, a missing argument, an invalid "
      "name"},
@@ -24,7 +24,7 @@ const StatusMeaning kMeanings[] = {
      "still count), or none"},
     {kStatusCannotDecide,
      "check: cannot decide, its evidence is missing or cannot be read, or the node's newest "
-     "runs were disturbed; nothing to change"},
+     "runs were disturbed; nothing to change; idle: the load cannot be read"},
 };
 
 }  // namespace

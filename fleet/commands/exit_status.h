@@ -8,14 +8,15 @@
 
 enum FleetStatus {
     kStatusOk = 0,
-    kStatusFlagged = 1,  // compare: a node flagged; check: drain the node
+    kStatusFlagged = 1,  // compare: a node flagged; check: drain the node; idle: busy
     kStatusUsage = 2,    // called wrong: the options or arguments (nothing was read or written)
     kStatusNotFound = 3,
     kStatusCrashed = 4,
     kStatusUnparsed = 5,
     kStatusUnwritable = 6,
     kStatusBadInput = 7,      // records that cannot be read or are invalid, or none to read
-    kStatusCannotDecide = 8,  // check: its evidence is missing, unreadable or disturbed; no change
+    kStatusCannotDecide = 8,  // check: its evidence is missing, unreadable or disturbed; no change;
+                              // idle: the load cannot be read
 };
 
 // The statuses with their meanings, one line each, for --help; every status when none is named.

@@ -13,3 +13,4 @@ int compareCommand(const QStringList& arguments);
 int checkCommand(const QStringList& arguments);
 int historyCommand(const QStringList& arguments);
 int weightsCommand(const QStringList& arguments);
+int idleCommand(const QStringList& arguments);

@@ -46,6 +46,12 @@ int importCommand(const QStringList& arguments) {
     if (!parseOptions(parser, arguments, &status)) {
         return status;
     }
+    QString out;
+    QString prom;
+    if (!folderOption(parser, QStringLiteral("out"), &out) ||
+        !folderOption(parser, QStringLiteral("prom"), &prom)) {
+        return kStatusUsage;
+    }
     const QStringList logs = parser.positionalArguments();
     const QString host = parser.value(QStringLiteral("host"));
     if (parser.isSet(QStringLiteral("host")) && !isValidName(host)) {
@@ -65,7 +71,6 @@ int importCommand(const QStringList& arguments) {
         printMessage(QStringLiteral("import needs at least one LOG"));
         return kStatusUsage;
     }
-    const QString out = parser.value(QStringLiteral("out"));
     QString folderError;
     if (!makeFolders(out, &folderError)) {
         printMessage(folderError);
@@ -136,7 +141,7 @@ int importCommand(const QStringList& arguments) {
         printMessage(QStringLiteral("%1: recorded %2").arg(path, target));
         imported.push_back(record);
     }
-    if (parser.isSet(QStringLiteral("prom"))) {
+    if (!prom.isEmpty()) {
         // The newest record of a test is the one its series show.
         std::stable_sort(imported.begin(), imported.end(), [](const Record& a, const Record& b) {
             return a.startedAt < b.startedAt;
@@ -148,7 +153,7 @@ int importCommand(const QStringList& arguments) {
             if (history == histories.end()) {
                 history = histories.emplace(record.host, baselineHistory(out, record.host)).first;
             }
-            if (!writePromFile(record, history->second, parser.value(QStringLiteral("prom")))) {
+            if (!writePromFile(record, history->second, prom)) {
                 return kStatusUnwritable;
             }
         }

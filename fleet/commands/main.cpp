@@ -19,6 +19,7 @@ const char kUsage[] =
     "                        [--max-age AGE] [--drift FRACTION] [--writer USER] RECORDS\n"
     "  corebench-fleet history [--test NAME] [--format table|csv|json] HOST PATH...\n"
     "  corebench-fleet weights [--test NAME] [--nodes FILE] PATH...\n"
+    "  corebench-fleet idle [--max-load 0.10] [--proc DIR]\n"
     "Run 'corebench-fleet COMMAND --help' for a command's options.\n";
 
 }  // namespace
@@ -47,6 +48,8 @@ int main(int argc, char** argv) {
         status = historyCommand(arguments);
     } else if (command == QLatin1String("weights")) {
         status = weightsCommand(arguments);
+    } else if (command == QLatin1String("idle")) {
+        status = idleCommand(arguments);
     } else if (command == QLatin1String("--help") || command == QLatin1String("-h")) {
         fputs(kUsage, stdout);
         fputs(qPrintable(exitStatusHelp()), stdout);

@@ -298,6 +298,10 @@ int runCommand(const QStringList& arguments) {
         return kStatusUsage;
     }
     RunSettings settings;
+    if (!folderOption(parser, QStringLiteral("out"), &settings.out) ||
+        !folderOption(parser, QStringLiteral("prom"), &settings.prom)) {
+        return kStatusUsage;
+    }
     settings.arguments = parser.positionalArguments();
     settings.corebench = parser.isSet(QStringLiteral("corebench"))
                              ? parser.value(QStringLiteral("corebench"))
@@ -321,8 +325,6 @@ int runCommand(const QStringList& arguments) {
         printMessage(invalidHostMessage(origin.host));
         return kStatusUsage;
     }
-    settings.out = parser.value(QStringLiteral("out"));
-    settings.prom = parser.value(QStringLiteral("prom"));
     QString error;
     if (!makeFolders(settings.out, &error) ||
         !makeFolders(hostFolder(settings.out, origin.host), &error)) {

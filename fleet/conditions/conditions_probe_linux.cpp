@@ -62,8 +62,9 @@ MachineSnapshot LinuxConditionsProbe::machine() const {
         !parseProcStat(text, ticksPerSecond_, &machine)) {
         machine = MachineSnapshot{};
     }
-    if (readWholeFile(path("/proc/loadavg"), &text)) {
-        machine.load1 = parseLoadAverage(text);
+    std::optional<LoadAverages> loads;
+    if (readWholeFile(path("/proc/loadavg"), &text) && (loads = parseLoadAverages(text))) {
+        machine.load1 = loads->oneMinute;
     }
     std::optional<PidStat> self;
     if (readWholeFile(path("/proc/self/stat"), &text) &&

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <cstdint>
 #include <string>
 
@@ -101,18 +102,20 @@ bool parseProcStat(std::string_view text, double ticksPerSecond, MachineSnapshot
     return true;
 }
 
-std::optional<double> parseLoadAverage(std::string_view text) {
+std::optional<LoadAverages> parseLoadAverages(std::string_view text) {
     const std::vector<std::string_view> fields = words(text);
-    double load = 0;
-    if (fields.empty()) {
+    double loads[2] = {};
+    if (fields.size() < 2) {
         return std::nullopt;
     }
-    const char* end = fields[0].data() + fields[0].size();
-    const auto [next, error] = std::from_chars(fields[0].data(), end, load);
-    if (error != std::errc() || next != end || !(load >= 0)) {
-        return std::nullopt;
+    for (size_t i = 0; i < 2; ++i) {
+        const char* end = fields[i].data() + fields[i].size();
+        const auto [next, error] = std::from_chars(fields[i].data(), end, loads[i]);
+        if (error != std::errc() || next != end || !std::isfinite(loads[i]) || loads[i] < 0) {
+            return std::nullopt;
+        }
     }
-    return load;
+    return LoadAverages{loads[0], loads[1]};
 }
 
 // The fields after the command name, which is in parentheses and may itself hold blanks and

@@ -15,8 +15,12 @@
 // no usable "cpu" line.
 bool parseProcStat(std::string_view text, double ticksPerSecond, MachineSnapshot* machine);
 
-// /proc/loadavg: the load average over the last minute.
-std::optional<double> parseLoadAverage(std::string_view text);
+// /proc/loadavg: the load averages over the last minute and the last five minutes.
+struct LoadAverages {
+    double oneMinute = 0;
+    double fiveMinutes = 0;
+};
+std::optional<LoadAverages> parseLoadAverages(std::string_view text);
 
 // /proc/<pid>/stat and /proc/<pid>/task/<tid>/stat.
 struct PidStat {

@@ -10,8 +10,9 @@ namespace {
 
 // Levels given as (runs, level) pieces; noise is relative, from mt19937 alone (whose sequence the
 // standard fixes) as the sum of four uniforms, so every platform sees the same series.
-std::vector<double> series(std::vector<std::pair<int, double>> pieces, double noise = 0) {
-    std::mt19937 random(12345);
+std::vector<double> series(std::vector<std::pair<int, double>> pieces, double noise = 0,
+                           unsigned seed = 12345) {
+    std::mt19937 random(seed);
     std::vector<double> scores;
     for (const auto& [runs, level] : pieces) {
         for (int i = 0; i < runs; ++i) {
@@ -54,6 +55,17 @@ TEST(Drift, ChangePointsOfSeries) {
         {"not finite", {nan, 100, nan, 100, 90, nan, 90, 90}, {}},
         {"down to 0 PS", series({{30, 100}, {3, 0}}, 0.02), {{30, DriftDirection::Down}}},
         {"up from 0 PS", series({{30, 0}, {3, 100}}, 0.02), {{30, DriftDirection::Up}}},
+        // Candidates at 30 and 32 both fail, 2 runs apart; the weaker one (32, p 6e-7 against
+        // 1e-20) is dropped first, and 30 then passes over the 8 runs after it. Dropping the
+        // stronger one first would leave 32.
+        {"two steps 2 runs apart",
+         series({{30, 100}, {2, 90}, {6, 80}}, 0.005),
+         {{30, DriftDirection::Down}}},
+        // The window's best split (at 5) has p 0.004: no candidate. With a looser first pass, it
+        // and its sides' splits would be, and pruning over other runs would keep two of them.
+        {"noise, a split at p 0.004", series({{50, 100}}, 0.02, 9), {}},
+        // The same runs on each side in both passes: p 0.0038, a ratio of 0.965.
+        {"a step at p 0.004", series({{25, 100}, {4, 98.5}}, 0.02), {}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -75,6 +87,14 @@ TEST(Drift, ChangePointsOfSeries) {
     EXPECT_DOUBLE_EQ(step.medianAfter, 90);
     EXPECT_DOUBLE_EQ(step.ratio, 0.9);
     EXPECT_DOUBLE_EQ(step.pValue, 0);
+    // p alone keeps the step at p 0.004 out: it passes at a maximum of 0.01.
+    DriftOptions looser;
+    looser.maxPValue = 0.01;
+    const std::vector<ChangePoint> weak =
+        findChangePoints(series({{25, 100}, {4, 98.5}}, 0.02), looser);
+    ASSERT_EQ(weak.size(), 1u);
+    EXPECT_EQ(weak[0].index, 25);
+    EXPECT_GT(weak[0].pValue, 0.001);
 }
 
 // The changes of the newest window, from the level before the first to the level since the
@@ -166,6 +186,16 @@ TEST(Drift, DrainsOnDriftAtItsBounds) {
         ChangePoint drift = drop;
         c.change(drift);
         EXPECT_EQ(drainsOnDrift(drift, c.fraction), c.drains) << c.name;
+    }
+    // As measured, at DRIFT=0.2: 25 runs at 100, then 5 runs (median 83, a ratio of 0.83) of
+    // which 4, three quarters rounded up, must be 90 or lower.
+    for (const auto& [fourth, drains] : {std::pair{90.0, true}, std::pair{90.5, false}}) {
+        std::vector<double> scores = series({{25, 100}});
+        scores.insert(scores.end(), {80, 92, 82, fourth, 83});
+        const std::optional<ChangePoint> drift = currentChange(scores, findChangePoints(scores));
+        ASSERT_TRUE(drift);
+        EXPECT_DOUBLE_EQ(drift->upperQuartileAfter, fourth);
+        EXPECT_EQ(drainsOnDrift(*drift, 0.2), drains) << fourth;
     }
 }
 

@@ -194,6 +194,17 @@ TEST_F(FleetNewest, ReadsBackOnlyAsFarAsTheVerdictNeeds) {
         << needed.out.toStdString();
     QFile::remove(broken);
 
+    // A score of 0 PS is a score: a node whose every run since its new CPU scored 0 is read back
+    // to the change, not further.
+    add("n5", 100, base.addDays(1), 1, "Old CPU");
+    for (int day = 2; day <= 4; ++day) {
+        add("n5", 0, base.addDays(day));
+    }
+    write("n5", base, 1, "{");
+    const FleetResult zeros = check("n5", drift);
+    EXPECT_EQ(zeros.status, 1);
+    EXPECT_TRUE(zeros.out.startsWith("drain: ")) << zeros.out.toStdString();
+
     // The newest must say what its name says; a record named as another host's in the node's
     // folder is in doubt, a file not named as a record is passed over.
     const QString misdated = add("n1", 100, base.addDays(8));

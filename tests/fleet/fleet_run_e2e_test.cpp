@@ -393,6 +393,50 @@ TEST(FleetProm, WritersEndingTogetherBothSurvive) {
     }
 }
 
+// The .prom is the same bytes from every build: UTF-8 without a byte-order mark, LF line ends, a
+// final newline, text of the record (a CPU model) as UTF-8 (windows_exporter reads no other).
+TEST(FleetProm, SameBytesOnEverySystem) {
+    QTemporaryDir dir;
+    const QByteArray model = "Intel\u00ae Xeon\u00ae \u00c9dition \u2013 8\u00d7\u00b2";
+    writeFile(dir.filePath("node.log"),
+              capturedLog("singlespeed-plain.log").replace("Intel(R) Xeon(R) Processor", model));
+    QFile log(dir.filePath("node.log"));
+    ASSERT_TRUE(log.open(QIODevice::ReadWrite));
+    // The run started at 17:13:00 and took Time_Exec, 6 s.
+    log.setFileTime(QDateTime(QDate(2026, 11, 23), QTime(17, 13, 6), Qt::UTC),
+                    QFileDevice::FileModificationTime);
+    log.close();
+    const FleetResult result = runFleet({"import", "--out", dir.filePath("records"), "--prom",
+                                         dir.filePath("prom"), dir.filePath("node.log")});
+    ASSERT_EQ(result.status, 0) << result.err.toStdString();
+    const QByteArray expected =
+        R"(# HELP corebench_score_ps Score (PS) of the latest corebench run of the test.
+# TYPE corebench_score_ps gauge
+corebench_score_ps{test="SingleSpeed"} 21.505
+# HELP corebench_thread_score_ps Score (PS) of each worker thread in the latest run of the test.
+# TYPE corebench_thread_score_ps gauge
+corebench_thread_score_ps{test="SingleSpeed",thread="0"} 10.753
+# HELP corebench_last_run_timestamp_seconds Start of the latest corebench run of the test, in seconds since the epoch.
+# TYPE corebench_last_run_timestamp_seconds gauge
+corebench_last_run_timestamp_seconds{test="SingleSpeed"} 1795453980
+# HELP corebench_run_duration_seconds Duration of the latest corebench run of the test.
+# TYPE corebench_run_duration_seconds gauge
+corebench_run_duration_seconds{test="SingleSpeed"} 6
+# HELP corebench_run_disturbed 1 when other work, steal or waiting for a CPU disturbed the latest corebench run of the test, 0 when it was clean; absent where unknown.
+# TYPE corebench_run_disturbed gauge
+# HELP corebench_baseline_score_ps Median score (PS) of the node's last 20 earlier runs of the test in the same configuration; from 3 such runs on.
+# TYPE corebench_baseline_score_ps gauge
+# HELP corebench_drift_ratio Level of the node's runs of the test since its current drift over the level before it, found in its own records as compare finds it; 1 when they show no current drop.
+# TYPE corebench_drift_ratio gauge
+corebench_drift_ratio{test="SingleSpeed"} 1
+# HELP corebench_info The CPU and corebench binary of the latest run; always 1.
+# TYPE corebench_info gauge
+corebench_info{cpu_model=")" +
+        model + "\",corebench_sha256=\"\"} 1\n";
+    // As text, so that a difference shows as a line rather than as a list of bytes.
+    EXPECT_EQ(readFile(dir.filePath("prom/corebench.prom")).toStdString(), expected.toStdString());
+}
+
 // A full disk under the records, then under the .prom only: status 6, no "recorded" for what was
 // not, nothing that looks like a record, the old .prom kept.
 TEST(FleetFullDisk, NothingRecordedAndTheOldPromKept) {
@@ -437,6 +481,14 @@ TEST(FleetProgram, StatusSaysWhetherItWasCalledWrongOrLacksInput) {
         {{"run", "--bogus"}, 2, "Unknown option"},
         {{"run", "--reruns", "11"}, 2, "--reruns takes a whole number from 0 to 10"},
         {{"run", "--pause", "-1"}, 2, "--pause one from 0 to 3600"},
+        // An unset setting on a service's command line: no folder named "" or the current one.
+        {{"run", "--out", "", "--prom", dir.path()}, 2, "--out is empty: it must name a folder"},
+        {{"import", "--prom", "", log}, 2, "--prom is empty"},
+        {{"idle", "--max-load", "1.5"}, 2, "--max-load takes a load per CPU from 0 to 1"},
+        {{"idle", "--max-load", ""}, 2, "not \"\""},
+        {{"idle", "0.1"}, 2, "idle takes no arguments"},
+        // Windows keeps no load average.
+        {{"idle", "--proc", dir.filePath("none")}, 8, "cannot tell whether the node is idle: "},
         {{"import"}, 2, "at least one LOG"},
         {{"import", "--test", "Quick", log}, 2, "unknown test"},
         // A name that would make CSV rows, start an option or leave the folder.

@@ -46,15 +46,20 @@ deb_qt_runtime=$([ "$qt" = 6 ] && echo libqt6core6 || echo libqt5core5a)
 rpm_qt_runtime="libQt${qt:-5}Core\\.so\\.${qt:-5}"
 
 # Files lists: every package holds the programs (corebench and its companion corebench-fleet,
-# given as the path of corebench), the README and the Prometheus rules, and nothing of the tests.
+# given as the path of corebench), the README, the Prometheus rules, the systemd units and their
+# example settings, and nothing of the tests.
 check_list() {
-  local what=$1 list=$2 program=$3 readme=$4
-  local rules=${readme%/doc/corebench/README.md}/corebench/prometheus/corebench-rules.yml
-  if grep -qx -- "$program" <<<"$list" && grep -qx -- "$program-fleet" <<<"$list" &&
-    grep -qx -- "$readme" <<<"$list" && grep -qx -- "$rules" <<<"$list"; then
-    ok "$what holds $program, $program-fleet, $readme and $rules"
+  local what=$1 list=$2 program=$3 readme=$4 file missing=""
+  local share=${readme%/doc/corebench/README.md}
+  local units=${share%/share}/lib/systemd/system
+  for file in "$program" "$program-fleet" "$readme" "$share/corebench/prometheus/corebench-rules.yml" \
+    "$units/corebench.service" "$units/corebench.timer" "$share/corebench/systemd/corebench.conf.example"; do
+    grep -qx -- "$file" <<<"$list" || missing="$missing $file"
+  done
+  if [ -z "$missing" ]; then
+    ok "$what holds $program, $program-fleet, $readme, the rules, the systemd units and settings"
   else
-    fail "$what lacks $program, $program-fleet, $readme or $rules; it holds:"$'\n'"$list"
+    fail "$what lacks$missing; it holds:"$'\n'"$list"
   fi
   if grep -iq 'test' <<<"$list"; then
     fail "$what holds test files: $(grep -i 'test' <<<"$list" | tr '\n' ' ')"
@@ -88,6 +93,12 @@ if deb=$(only_file 'corebench_*.deb'); then
     ./usr/bin/corebench ./usr/share/doc/corebench/README.md
   mkdir "$work/deb"
   dpkg-deb -x "$deb" "$work/deb"
+  # The units start the corebench-fleet that the package installs.
+  if [ "$(grep -c '^Exec[A-Za-z]*=/usr/bin/corebench-fleet ' "$work/deb/usr/lib/systemd/system/corebench.service")" -eq 2 ]; then
+    ok ".deb's corebench.service starts /usr/bin/corebench-fleet"
+  else
+    fail ".deb's corebench.service does not start /usr/bin/corebench-fleet: $(grep '^Exec' "$work/deb/usr/lib/systemd/system/corebench.service")"
+  fi
   for program in corebench corebench-fleet; do
     if file "$work/deb/usr/bin/$program" | grep -q ', stripped'; then
       ok ".deb's $program is stripped"
@@ -154,6 +165,14 @@ elif [ -n "${deb:-}" ]; then
       fi
     else
       fail "running corebench nosuchtest (status, or no time stamp first)"
+    fi
+    if command -v systemd-analyze >/dev/null 2>&1; then
+      if out=$(systemd-analyze verify /usr/lib/systemd/system/corebench.timer 2>&1) &&
+        ! grep -q corebench <<<"$out"; then
+        ok "systemd-analyze verify passes the installed corebench.timer and corebench.service"
+      else
+        fail "systemd-analyze verify of the installed units: $out"
+      fi
     fi
     # The companion finds the corebench installed beside it: with a test name corebench does not
     # know, it runs it, keeps its output (the usage text) and says that it did not parse.

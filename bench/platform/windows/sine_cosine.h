@@ -1,6 +1,7 @@
 #pragma once
 
-// MinGW-w64's C library computes sine and cosine of one argument in a single call, as glibc does.
+// glibc computes sine and cosine of one argument in a single call, and so does glibm.dll, which
+// brings glibc's own code of it to Windows.
 
 #include <math.h>
 

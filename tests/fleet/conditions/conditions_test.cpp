@@ -1,6 +1,6 @@
 // The conditions of a run and the verdicts on them, on crafted snapshots of a 2-CPU machine: the
-// arithmetic, the watch that gathers the snapshots, and the likely causes of a Windows node's
-// slowness from the power plan answers Windows and Wine give.
+// arithmetic, the watch that gathers the snapshots, the likely causes of a Windows node's
+// slowness from the power plan answers Windows and Wine give, and whether a node is idle.
 
 #include <gtest/gtest.h>
 
@@ -8,6 +8,7 @@
 
 #include "conditions_probe.h"
 #include "disturbance.h"
+#include "node_load.h"
 #include "power_state.h"
 
 namespace {
@@ -295,6 +296,41 @@ TEST(PowerState, WindowsPlans) {
         state.powerScheme = row.scheme;
         state.maxProcessorStatePercent = row.maxPercent;
         EXPECT_EQ(likelyCauses(state, state), row.causes) << row.scheme.value_or("(none)");
+    }
+}
+
+// Both averages at most the limit times the online CPUs, the limit itself included.
+TEST(NodeLoad, IdleWhileBothAveragesStayWithinTheLimitPerCpu) {
+    const struct {
+        NodeLoad load;
+        double maxPerCpu;
+        std::optional<bool> idle;
+        const char* text;
+    } cases[] = {
+        {{0.04, 0.10, 16},
+         0.10,
+         true,
+         "idle: load 0.04 over 1 min and 0.10 over 5 min on 16 CPUs, at most 1.60 (0.10 per CPU)"},
+        {{1.60, 1.60, 16}, 0.10, true, "idle: load 1.60 over 1 min"},
+        {{29.0, 29.0, 100}, 0.29, true, "at most 29.00 (0.29 per CPU)"},
+        {{1.61, 0.20, 16},
+         0.10,
+         false,
+         "busy: load 1.61 over 1 min and 0.20 over 5 min on 16 CPUs, above 1.60 (0.10 per CPU)"},
+        {{0.10, 1.61, 16}, 0.10, false, "busy: "},
+        {{0.00, 0.00, 2}, 0.0, true, "idle: "},
+        {{0.01, 0.00, 2}, 0.0, false, "busy: "},
+        {{std::nullopt, 0.1, 2},
+         0.10,
+         std::nullopt,
+         "cannot tell whether the node is idle: no load"},
+        {{0.1, 0.1, std::nullopt}, 0.10, std::nullopt, "no count of its CPUs"},
+        {{0.1, 0.1, 0}, 0.10, std::nullopt, "no count of its CPUs"},
+    };
+    for (const auto& c : cases) {
+        const IdleVerdict verdict = idleVerdict(c.load, c.maxPerCpu);
+        EXPECT_EQ(verdict.idle, c.idle) << c.text;
+        EXPECT_NE(verdict.text.find(c.text), std::string::npos) << verdict.text;
     }
 }
 

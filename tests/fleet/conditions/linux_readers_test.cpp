@@ -108,8 +108,13 @@ TEST(ProcParse, UnusualAndMalformedText) {
     }
     EXPECT_FALSE(parsePidStat("77 (short) R 1 2 3", 100));
     EXPECT_FALSE(parseSchedstat("12"));
-    EXPECT_EQ(parseLoadAverage("0.52 0.58 0.59 1/189 4242\n"), 0.52);
-    EXPECT_FALSE(parseLoadAverage("nan 0 0\n"));
+    const std::optional<LoadAverages> loads = parseLoadAverages("0.52 0.58 0.59 1/189 4242\n");
+    ASSERT_TRUE(loads);
+    EXPECT_EQ(loads->oneMinute, 0.52);
+    EXPECT_EQ(loads->fiveMinutes, 0.58);
+    EXPECT_FALSE(parseLoadAverages("nan 0 0\n"));
+    EXPECT_FALSE(parseLoadAverages("0.52 -1 0\n"));
+    EXPECT_FALSE(parseLoadAverages("0.52\n"));
     const struct {
         const char* text;
         std::vector<int> cpus;
