@@ -179,7 +179,7 @@ elif [ -n "${deb:-}" ]; then
     status=0
     (cd "$work" && timeout 60 /usr/bin/corebench-fleet run --out fleet -- nosuchtest \
       >/dev/null 2>"$work/fleet.err") || status=$?
-    if [ "$status" -eq 5 ] && grep -qx 'Usage: ' "$work"/fleet/*/*-nosuchtest-*.log 2>/dev/null; then
+    if [ "$status" -eq 5 ] && grep -qx 'Usage: ' "$work"/fleet/*/*/*-nosuchtest-*.log 2>/dev/null; then
       ok "/usr/bin/corebench-fleet runs /usr/bin/corebench beside it"
     else
       fail "/usr/bin/corebench-fleet run -- nosuchtest exited with $status: $(cat "$work/fleet.err")"
