@@ -18,17 +18,12 @@ void CompareReading::add(const Record& record) {
         return;
     }
     ++scored_;
-    if (!newest_) {
-        newest_ = true;
-        cpuModel_ = record.cpuModel;
-        logicalCpus_ = record.logicalCpus;
-        build_ = record.corebenchSha256;
+    if (!configuration_) {
+        configuration_ = driftRunOf(record);
     } else if (!began_) {
-        // As configurationSegments cuts them: a run that names no build matches any.
-        began_ = record.cpuModel != cpuModel_ || record.logicalCpus != logicalCpus_ ||
-                 (record.corebenchSha256 && build_ && *record.corebenchSha256 != *build_);
+        began_ = !sameConfiguration(*configuration_, record);
         if (record.corebenchSha256) {
-            build_ = record.corebenchSha256;
+            configuration_->corebenchSha256 = record.corebenchSha256;
         }
     }
 }

@@ -6,6 +6,7 @@
 #include <optional>
 #include <vector>
 
+#include "drift.h"
 #include "record.h"
 
 // The runs of the current configuration that compare gives drift detection, and so judges a
@@ -36,9 +37,8 @@ class CompareReading {
     size_t seen_ = 0;
     bool judged_ = false;
     int scored_ = 0;
-    bool newest_ = false;  // the newest scored run's configuration is known
-    bool began_ = false;   // a run of another configuration was read
-    std::optional<QString> cpuModel_;
-    std::optional<int> logicalCpus_;
-    std::optional<QString> build_;  // the corebench build of the nearest newer run that names one
+    bool began_ = false;  // a run of another configuration was read
+    // The newest scored run's configuration, with the corebench build of the nearest newer run
+    // that names one, as configurationSegments follows it.
+    std::optional<DriftRun> configuration_;
 };

@@ -204,11 +204,7 @@ std::vector<DriftSegment> configurationSegments(const std::vector<DriftRun>& ord
     std::vector<DriftSegment> segments;
     for (size_t i = 0; i < ordered.size(); ++i) {
         const DriftRun& run = ordered[i];
-        const bool same = !segments.empty() && segments.back().cpuModel == run.cpuModel &&
-                          segments.back().logicalCpus == run.logicalCpus &&
-                          (!segments.back().corebenchSha256 || !run.corebenchSha256 ||
-                           *segments.back().corebenchSha256 == *run.corebenchSha256);
-        if (!same) {
+        if (segments.empty() || !sameConfiguration(segments.back(), run)) {
             DriftSegment segment;
             segment.firstRun = static_cast<int>(i);
             segment.firstStartedAt = run.startedAt;

@@ -106,6 +106,14 @@ std::vector<DriftRun> orderedRuns(std::vector<DriftRun> runs);
 // neither joins nor hides the change).
 std::vector<DriftSegment> configurationSegments(const std::vector<DriftRun>& ordered);
 
+// Whether two neighbouring runs, or a segment and its next run, are of one configuration: the same
+// CPU model and logical CPU count, and the same corebench build unless either names none.
+template <typename A, typename B>
+bool sameConfiguration(const A& a, const B& b) {
+    return a.cpuModel == b.cpuModel && a.logicalCpus == b.logicalCpus &&
+           (!a.corebenchSha256 || !b.corebenchSha256 || *a.corebenchSha256 == *b.corebenchSha256);
+}
+
 // The segments of orderedRuns(runs), each with its change points and its current one.
 std::vector<DriftSegment> driftSegments(std::vector<DriftRun> runs,
                                         const DriftOptions& options = {});

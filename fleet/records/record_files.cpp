@@ -169,10 +169,9 @@ class Loader {
     }
 
     // Reads one host and test's files newest first by their names, for as long as more asks; each
-    // record must say what its name says. With stopAtProblem, reading ends at a file that gives
-    // no record; otherwise the next older one is read in its place.
+    // record must say what its name says. Reading ends at a file that gives no record.
     void newestFirst(const QString& host, const QString& test, std::vector<NamedFile>& files,
-                     const NeedsOlder& more, bool stopAtProblem) {
+                     const NeedsOlder& more) {
         Reading reading;
         reading.more = more;
         reading.files = std::move(files);
@@ -180,8 +179,7 @@ class Loader {
         while (reading.next < reading.files.size() &&
                (reading.newest.empty() || more(reading.newest))) {
             const auto problems = load_.problems.size();
-            if (!readNext(host, test, reading) && stopAtProblem &&
-                load_.problems.size() > problems) {
+            if (!readNext(host, test, reading) && load_.problems.size() > problems) {
                 break;
             }
         }
@@ -537,7 +535,7 @@ RecordLoad loadNewestRecords(const QString& records, const QString& host, const 
     if (!problems.isEmpty()) {
         return {{}, problems, {}};
     }
-    loader.newestFirst(host, test, named, more, true);
+    loader.newestFirst(host, test, named, more);
     return loader.take();
 }
 

@@ -8,9 +8,7 @@
 #include <QString>
 #include <QStringList>
 #include <functional>
-#include <map>
 #include <optional>
-#include <utility>
 #include <vector>
 
 #include "record.h"
